@@ -1,0 +1,13 @@
+# Warnings are errors for our own code; the sanitizer, if any, applies to everything in the tree.
+add_library(tessel_warnings INTERFACE)
+target_compile_options(tessel_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+
+if(TESSEL_SANITIZER STREQUAL "address")
+    add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=address,undefined)
+elseif(TESSEL_SANITIZER STREQUAL "thread")
+    add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=thread)
+elseif(TESSEL_SANITIZER)
+    message(FATAL_ERROR "TESSEL_SANITIZER is '${TESSEL_SANITIZER}': use address or thread")
+endif()
