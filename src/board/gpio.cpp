@@ -1,0 +1,82 @@
+#include "board/gpio.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string_view>
+
+#include "settings/device_identity.h"
+
+struct GpioLine {
+    int gpio;
+    bool isOutput;
+};
+
+static constexpr int kHdmiPort0 = 83;
+static constexpr int kHdmiPort0WithTopBoard = 105;
+
+// Exported in this order. The input buttons are exported as outputs because they carry an LED; their level is read all
+// the same.
+static constexpr GpioLine kBoardLines[] = {
+    {.gpio = 7, .isOutput = true},  // held low by the LED thread
+    {.gpio = 8, .isOutput = true},  // no camera on USB input 1
+    {.gpio = 9, .isOutput = true},  // no camera on USB input 2
+    {.gpio = kHdmiPort0, .isOutput = true},
+    {.gpio = 126, .isOutput = true},  // HDMI port 1 indicator
+    {.gpio = 87, .isOutput = false},  // analog jack detect
+    {.gpio = kGpioReceiverReset, .isOutput = true},
+    {.gpio = kGpioReceiverReady[0], .isOutput = true},
+    {.gpio = kGpioReceiverReady[1], .isOutput = true},
+    {.gpio = kGpioAllow60, .isOutput = false},
+    {.gpio = 103, .isOutput = true},  // button and LED of input 4
+    {.gpio = 106, .isOutput = true},  // input 3
+    {.gpio = 154, .isOutput = true},  // input 2
+    {.gpio = 104, .isOutput = true},  // input 1
+};
+
+using GpioPath = char[48];
+
+static void LinePath(GpioPath& path, int gpio, const char* file) {
+    snprintf(path, sizeof path, "/sys/class/gpio/gpio%d/%s", gpio, file);
+}
+
+static void WriteFile(const char* path, std::string_view text) {
+    const int file = open(path, O_WRONLY | O_CLOEXEC);
+    if (file < 0) return;
+    [[maybe_unused]] const auto written = write(file, text.data(), text.size());
+    close(file);
+}
+
+void GpioExport(int gpio, bool isOutput) {
+    char number[12];
+    const int length = snprintf(number, sizeof number, "%d", gpio);
+    WriteFile("/sys/class/gpio/export", {number, static_cast<size_t>(length)});
+    GpioPath path;
+    LinePath(path, gpio, "direction");
+    WriteFile(path, isOutput ? "out" : "in");
+}
+
+void GpioWrite(int gpio, uint8_t value) {
+    GpioPath path;
+    LinePath(path, gpio, "value");
+    WriteFile(path, value ? "1" : "0");
+}
+
+void GpioRead(int gpio, uint8_t& value) {
+    GpioPath path;
+    LinePath(path, gpio, "value");
+    const int file = open(path, O_RDONLY | O_CLOEXEC);
+    if (file < 0) return;
+    char level;
+    if (read(file, &level, 1) == 1) value = level == '0' ? 0 : 1;
+    close(file);
+}
+
+int HdmiPort0Indicator() { return TopBoard ? kHdmiPort0WithTopBoard : kHdmiPort0; }
+
+int SetUpBoardGpio() {
+    for (const GpioLine& line : kBoardLines)
+        GpioExport(line.gpio == kHdmiPort0 ? HdmiPort0Indicator() : line.gpio, line.isOutput);
+    return 0;
+}
