@@ -31,8 +31,9 @@ bool HdmiInputChanged(const HdmiSnapshot& before, const HdmiSnapshot& now, bool 
 // Whether this kernel's capture keeps up with the input's pixel clock.
 bool ClockCanBeCaptured(uint16_t tmdsMhz, bool newKernel);
 
-// Whether the changed input needs another pipeline: restarting its source is enough while one side of the picture fits.
-bool HdmiNeedsNewPipeline(const HdmiSnapshot& now, const HdmiCapture& capture, uint8_t deviceId);
+// Whether the changed input needs another pipeline: restarting its source is enough while one side of the picture fits,
+// unless that source is a test pattern.
+bool HdmiNeedsNewPipeline(const HdmiSnapshot& now, const HdmiCapture& capture, bool testPatternRuns, uint8_t deviceId);
 
 // Changes of the HDMI input that move no capture, but the layout: it disappeared, or the other port got a signal.
 bool HdmiChangesLayout(const HdmiSnapshot& before, const HdmiSnapshot& now);

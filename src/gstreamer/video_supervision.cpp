@@ -33,6 +33,8 @@ struct VideoLife {
     bool started = false;        // there is something to show, and something to show it on
     uint8_t monitorPlugged = 0;  // HDMI output status
     HdmiSnapshot hdmi = {};      // HDMI input at the end of the last pass
+    uint8_t selectedInput = 0;          // Input whose receiver port was selected for this life
+    FrameSize adapted = {};             // HDMI input size that the receiver's output mode was last checked against
     ShownSettings shown = {};    // lastView, lastSwap, lastInput and what else the picture is made from
     bool switchPending = false;  // an HDMI port change waits to be shown
 };
@@ -126,8 +128,20 @@ static void ShowFirstLayout(VideoLife& life) {
     CarryUncompared(life.savedSettings, Settings);
     life.savedSettings.View = kViewS1;
     ShowSettings(life, life.savedSettings);
+    life.shown.input = life.selectedInput;  // a command may have chosen another one meanwhile
     PopBus(life.pipeline, 1s);
     SetValve(life.pipeline, true);
+}
+
+// ---- HDMI input
+
+// The receiver has a mode of its own for large pictures; it need only be looked at when the size has changed.
+static int ReadHdmiInput(VideoLife& life) {
+    const int failed = ReadHdmiInputFormat(HdmiInput);
+    const FrameSize size = {HdmiInput.Width, HdmiInput.Height};
+    if (size != life.adapted) HdmiRxAdaptOutput();
+    life.adapted = size;
+    return failed;
 }
 
 // ---- Waiting
@@ -145,8 +159,9 @@ static Outcome FollowMonitorWhileWaiting(VideoLife& life) {
 static Outcome WaitForSomethingToShow(VideoLife& life) {
     for (;; sleep_for(1s)) {
         if (ScanVideoDevices() != 0) return Outcome::kFailed;
-        if (DeviceId != 0) SelectPortOfInput(Settings.Input);
-        if (ReadHdmiInputFormat(HdmiInput) != 0) LogInfo("Error reading input format.\n");
+        life.selectedInput = Settings.Input;
+        if (DeviceId != 0) SelectPortOfInput(life.selectedInput);
+        if (ReadHdmiInput(life) != 0) LogInfo("Error reading input format.\n");
         if (!SomebodyWatches(life)) {
             if (FollowDevices(life)) return Outcome::kGoOn;
         } else if (AnythingToShow()) {
@@ -227,7 +242,7 @@ static void FollowSecondPlace(VideoLife& life) {
 // The first pass looks before the pipeline has had the time to get into a state worth judging.
 static Outcome WatchSurroundings(VideoLife& life, bool firstPass) {
     if (FollowMonitor(life) == Outcome::kFailed) return Outcome::kFailed;
-    ReadHdmiInputFormat(HdmiInput);
+    ReadHdmiInput(life);
     if (!firstPass) CheckPipelineState(life);
     FollowDevices(life);
     if (PipelineRestart) return Outcome::kDone;
@@ -333,7 +348,8 @@ static Outcome FollowHdmiInput(VideoLife& life) {
     }
     HdmiSyncLost = 0;
     Apply(life, Settings);
-    if (!HdmiNeedsNewPipeline(TakeHdmiSnapshot(HdmiInput), pipeline.hdmiCapture, DeviceId)) return Outcome::kGoOn;
+    if (!HdmiNeedsNewPipeline(TakeHdmiSnapshot(HdmiInput), pipeline.hdmiCapture, testPatternRuns, DeviceId))
+        return Outcome::kGoOn;
     LogInfo("Changes occured on HDMI input. Reconfiguring input...\n");
     AudioRestart = 2;
     return Outcome::kDone;

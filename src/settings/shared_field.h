@@ -16,6 +16,7 @@ struct Shared {
     static_assert(std::is_trivially_copyable_v<T> && sizeof(T) <= sizeof(uint32_t));
     T raw;
 
+    Shared& operator=(const Shared&) = delete;  // would copy without the atomic store: say other.Load()
     operator T() const { return Load(); }
     Shared& operator=(T value) {
         Store(value);

@@ -19,6 +19,7 @@ struct Window {  // pixels, right and bottom exclusive
 
 struct FrameSize {
     uint16_t width, height;
+    bool operator==(const FrameSize&) const = default;
 };
 
 struct PadPlacement {

@@ -1,0 +1,12 @@
+// The other end of a board's control socket: `tessel-emulator ctl`. Blocks until the board has answered.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+// The only board that this user has running; empty, with the reason on standard error, when there is none or a choice.
+std::filesystem::path OnlyBoard();
+
+// Carries out a verb and prints its result; returns the exit status: 0 good, 1 bad with the reason on standard error.
+int RunVerb(const std::filesystem::path& folder, const std::vector<std::string>& words);

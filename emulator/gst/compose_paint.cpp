@@ -1,0 +1,235 @@
+#include "gst/compose.h"
+
+#include <libyuv/convert_argb.h>
+#include <libyuv/planar_functions.h>
+#include <libyuv/scale.h>
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+constexpr size_t kRowBytes = kPictureLimit + 64;
+constexpr size_t kHalvedRows = 1 << kHalvingsLimit;
+
+// Working rows of one band. About 120 KiB, of which a picture of usual size touches the part that fits the cache.
+struct Scratch {
+    alignas(64) uint8_t scaled[3][2][kRowBytes];  // of each plane, the two rows that a canvas row lies between
+    alignas(64) uint8_t mixed[3][kRowBytes];
+    alignas(64) uint8_t fetched[kRowBytes];
+    alignas(64) uint8_t gathered[kHalvedRows][kRowBytes];
+    alignas(64) uint8_t blended[kCanvasWidthLimit * 4];
+};
+
+struct ScaledRow {
+    int row = -1;
+    const uint8_t* samples = nullptr;
+};
+
+// Rows scaled already; a row and its successor never share a place.
+using RowCache = std::array<std::array<ScaledRow, 2>, 3>;
+
+constexpr auto kNeutral = [] {
+    std::array<uint8_t, kCanvasWidthLimit> row{};
+    row.fill(128);
+    return row;
+}();
+
+}  // namespace
+
+// The vector code of the library takes no coefficient above 2: a full BT.709 blue comes out as 243.
+static const libyuv::YuvConstants& Matrix(Colours colours) {
+    switch (colours) {
+        case Colours::kBt601Full:
+            return libyuv::kYuvJPEGConstants;
+        case Colours::kBt709:
+            return libyuv::kYuvH709Constants;
+        case Colours::kBt709Full:
+            return libyuv::kYuvF709Constants;
+        case Colours::kBt2020:
+            return libyuv::kYuv2020Constants;
+        case Colours::kBt2020Full:
+            return libyuv::kYuvV2020Constants;
+        default:
+            return libyuv::kYuvI601Constants;
+    }
+}
+
+// --- one row of a plane, from its picture to its width on the canvas ---
+
+// Plain vector types: the compiler finds the byte shuffle of each processor.
+using Bytes8 [[gnu::vector_size(8)]] = uint8_t;
+using Bytes16 [[gnu::vector_size(16)]] = uint8_t;
+using Words8 [[gnu::vector_size(16)]] = uint16_t;
+
+[[gnu::always_inline]] static inline void ScaleColumnsWith(const uint8_t* row, std::span<const ColumnBlock> columns,
+                                                           uint8_t* to) {
+    for (const ColumnBlock& block : columns) {
+        Bytes16 samples, pairs;
+        Words8 weights;
+        std::memcpy(&samples, row + block.base, sizeof samples);
+        std::memcpy(&pairs, block.pairs.data(), sizeof pairs);
+        std::memcpy(&weights, block.weights.data(), sizeof weights);
+        const Words8 both = reinterpret_cast<Words8>(__builtin_shuffle(samples, pairs));
+        const Words8 left = both & 0xff, right = both >> 8;
+        const Bytes8 pixels = __builtin_convertvector((left * (256 - weights) + right * weights + 128) >> 8, Bytes8);
+        std::memcpy(to, &pixels, sizeof pixels);
+        to += sizeof pixels;
+    }
+}
+
+template <int kStep>
+[[gnu::always_inline]] static inline void GatherEvery(const uint8_t* from, int count, uint8_t* to) {
+    for (int i = 0; i < count; ++i) to[i] = from[i * kStep];
+}
+
+[[gnu::always_inline]] static inline void GatherWith(const uint8_t* from, int step, int count, uint8_t* to) {
+    switch (step) {
+        case 1:
+            std::memcpy(to, from, static_cast<size_t>(count));
+            return;
+        case 2:
+            GatherEvery<2>(from, count, to);
+            return;
+        case 4:
+            GatherEvery<4>(from, count, to);
+            return;
+        default:
+            for (int i = 0; i < count; ++i) to[i] = from[i * step];
+    }
+}
+
+#ifdef __x86_64__
+[[gnu::target("avx2")]] static void ScaleColumnsAvx2(const uint8_t* row, std::span<const ColumnBlock> columns,
+                                                     uint8_t* to) {
+    ScaleColumnsWith(row, columns, to);
+}
+[[gnu::target("avx2")]] static void GatherAvx2(const uint8_t* from, int step, int count, uint8_t* to) {
+    GatherWith(from, step, count, to);
+}
+static const bool kHasAvx2 = __builtin_cpu_supports("avx2");
+#else
+static constexpr bool kHasAvx2 = false;
+static void ScaleColumnsAvx2(const uint8_t*, std::span<const ColumnBlock>, uint8_t*) {}
+static void GatherAvx2(const uint8_t*, int, int, uint8_t*) {}
+#endif
+
+static void ScaleColumns(const uint8_t* row, std::span<const ColumnBlock> columns, uint8_t* to) {
+    kHasAvx2 ? ScaleColumnsAvx2(row, columns, to) : ScaleColumnsWith(row, columns, to);
+}
+
+static void Gather(const uint8_t* from, int step, int count, uint8_t* to) {
+    kHasAvx2 ? GatherAvx2(from, step, count, to) : GatherWith(from, step, count, to);
+}
+
+// A row of the (halved) plane: in the picture itself where it can be read from there, else made in `into`. At least 16
+// bytes may be read from it in any case.
+static const uint8_t* FetchRow(const VideoPlane& plane, const PlaneScale& scale, int row, uint8_t* into,
+                               Scratch& scratch) {
+    const int rows = 1 << scale.halvingsY;
+    const uint8_t* source = plane.samples + row * rows * plane.stride;
+    if (scale.halvingsX == 0 && scale.halvingsY == 0) {
+        if (plane.step == 1 && plane.width >= 16) return source;
+        Gather(source, plane.step, plane.width, into);
+        return into;
+    }
+    int stride = static_cast<int>(plane.stride);
+    if (plane.step != 1) {
+        for (int i = 0; i < rows; ++i) Gather(source + i * plane.stride, plane.step, plane.width, scratch.gathered[i]);
+        source = scratch.gathered[0];
+        stride = kRowBytes;
+    }
+    const int width = plane.width >> scale.halvingsX;
+    libyuv::ScalePlane(source, stride, width << scale.halvingsX, rows, into, width, width, 1, libyuv::kFilterBox);
+    return into;
+}
+
+static const uint8_t* RowAcross(const Layer& layer, size_t plane, int row, RowCache& cache, Scratch& scratch) {
+    ScaledRow& entry = cache[plane][row & 1];
+    if (entry.row == row) return entry.samples;
+    const VideoPlane& source = layer.picture.planes[plane];
+    const PlaneScale& scale = layer.scales[plane != 0];
+    uint8_t* const made = scratch.scaled[plane][row & 1];
+    entry.row = row;
+    if (scale.columns.empty()) {
+        entry.samples = FetchRow(source, scale, row, made, scratch) + scale.offset;
+    } else {
+        ScaleColumns(FetchRow(source, scale, row, scratch.fetched, scratch), scale.columns, made);
+        entry.samples = made;
+    }
+    return entry.samples;
+}
+
+static const uint8_t* RowAt(const Layer& layer, size_t plane, int y, RowCache& cache, Scratch& scratch) {
+    if (!layer.picture.planes[plane].samples) return kNeutral.data();
+    const PlaneScale& scale = layer.scales[plane != 0];
+    const AxisSample sample = SampleAt(scale.vertical, y);
+    const uint8_t* upper = RowAcross(layer, plane, sample.left, cache, scratch);
+    if (sample.weight == 0) return upper;
+    const uint8_t* lower = RowAcross(layer, plane, sample.right, cache, scratch);
+    libyuv::InterpolatePlane(upper, 0, lower, 0, scratch.mixed[plane], 0, scale.width, 1, sample.weight);
+    return scratch.mixed[plane];
+}
+
+// --- canvas rows ---
+
+static void MergeRow(const Layer& layer, const std::array<const uint8_t*, 3>& rows, uint8_t* to) {
+    const int width = layer.visible.width;
+    if (layer.picture.colours == Colours::kRgb)
+        libyuv::MergeARGBPlane(rows[0], 0, rows[1], 0, rows[2], 0, nullptr, 0, to, 0, width, 1);
+    else if (layer.halfChroma)
+        libyuv::I422ToARGBMatrix(rows[0], 0, rows[1], 0, rows[2], 0, to, 0, &Matrix(layer.picture.colours), width, 1);
+    else
+        libyuv::I444ToARGBMatrix(rows[0], 0, rows[1], 0, rows[2], 0, to, 0, &Matrix(layer.picture.colours), width, 1);
+}
+
+static void BlendRow(const uint8_t* over, int alpha, size_t bytes, uint8_t* under) {
+    for (size_t i = 0; i < bytes; ++i)
+        under[i] = static_cast<uint8_t>((over[i] * alpha + under[i] * (kOpaque - alpha) + kOpaque / 2) / kOpaque);
+}
+
+static void PaintLayer(const Layer& layer, const Canvas& canvas, int top, int bottom, Scratch& scratch) {
+    RowCache cache;
+    const Rectangle& visible = layer.visible;
+    const int end = std::min(bottom, visible.top + visible.height);
+    for (int y = std::max(top, visible.top); y < end; ++y) {
+        std::array<const uint8_t*, 3> rows;
+        for (size_t plane = 0; plane < rows.size(); ++plane)
+            rows[plane] = RowAt(layer, plane, y - layer.area.top, cache, scratch);
+        uint8_t* const pixels = canvas.pixels + y * canvas.stride + visible.left * 4;
+        if (layer.alpha >= kOpaque) {
+            MergeRow(layer, rows, pixels);
+        } else {
+            MergeRow(layer, rows, scratch.blended);
+            BlendRow(scratch.blended, layer.alpha, static_cast<size_t>(visible.width) * 4, pixels);
+        }
+    }
+}
+
+// From x to the end of what is alike there: under opaque windows (true) or not.
+static bool CoveredRun(const Scene& scene, int x, int y, int& end) {
+    for (const Layer& layer : scene) {
+        const Rectangle& visible = layer.visible;
+        if (layer.alpha < kOpaque || y < visible.top || y >= visible.top + visible.height) continue;
+        if (visible.left > x) {
+            end = std::min(end, visible.left);
+        } else if (x < visible.left + visible.width) {
+            end = visible.left + visible.width;
+            return true;
+        }
+    }
+    return false;
+}
+
+static void ClearUncovered(const Scene& scene, const Canvas& canvas, int y) {
+    for (int x = 0, end; x < canvas.width; x = end) {
+        end = canvas.width;
+        if (!CoveredRun(scene, x, y, end))
+            std::memset(canvas.pixels + y * canvas.stride + x * 4, 0, static_cast<size_t>(end - x) * 4);
+    }
+}
+
+void PaintBand(const Scene& scene, const Canvas& canvas, int top, int bottom) {
+    Scratch scratch;
+    for (int y = top; y < bottom; ++y) ClearUncovered(scene, canvas, y);
+    for (const Layer& layer : scene) PaintLayer(layer, canvas, top, bottom, scratch);
+}

@@ -1,0 +1,8 @@
+// A buffer pool over the display memory, so that the picture is composed where it is shown. When no slot is free, or
+// none is left for another buffer, its buffers are ordinary memory and the sink copies them.
+#pragma once
+
+#include <gst/gst.h>
+
+// For frames of the size in the caps. A slot's frame counts as unfinished from the moment a buffer of it is acquired.
+GstBufferPool* NewDisplayPool(GstCaps* caps, guint bytes);

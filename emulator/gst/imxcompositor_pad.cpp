@@ -1,0 +1,172 @@
+#include "gst/imxcompositor_pad.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+// Time stamps further than this from the running time come from another time base (a source started anew alone, or one
+// that counts from its own start) and are moved to now.
+static constexpr GstClockTimeDiff kStrangeTime = 2 * GST_SECOND;
+static constexpr GstClockTime kUsualDuration = GST_SECOND / 30;
+
+G_DEFINE_FINAL_TYPE(TesselCompositorPad, tessel_compositor_pad, GST_TYPE_VIDEO_AGGREGATOR_PAD)
+// --- the pads' properties ---
+
+enum PadProperty { kXpos = 1, kYpos, kWidth, kHeight, kAlpha, kRotate, kKeepRatio };
+
+static void SetPadProperty(GObject* object, guint id, const GValue* value, GParamSpec* spec) {
+    Placement& wanted = TESSEL_COMPOSITOR_PAD(object)->wanted;
+    GST_OBJECT_LOCK(object);
+    switch (id) {
+        case kXpos:
+            wanted.x = g_value_get_int(value);
+            break;
+        case kYpos:
+            wanted.y = g_value_get_int(value);
+            break;
+        case kWidth:
+            wanted.width = g_value_get_int(value);
+            break;
+        case kHeight:
+            wanted.height = g_value_get_int(value);
+            break;
+        case kAlpha:
+            wanted.alpha = g_value_get_double(value);
+            break;
+        case kRotate:
+            wanted.turn = g_value_get_enum(value);
+            break;
+        case kKeepRatio:
+            wanted.keepRatio = g_value_get_boolean(value);
+            break;
+        default:
+            G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+    }
+    GST_OBJECT_UNLOCK(object);
+}
+
+static void GetPadProperty(GObject* object, guint id, GValue* value, GParamSpec* spec) {
+    GST_OBJECT_LOCK(object);
+    const Placement wanted = TESSEL_COMPOSITOR_PAD(object)->wanted;
+    GST_OBJECT_UNLOCK(object);
+    switch (id) {
+        case kXpos:
+            g_value_set_int(value, wanted.x);
+            break;
+        case kYpos:
+            g_value_set_int(value, wanted.y);
+            break;
+        case kWidth:
+            g_value_set_int(value, wanted.width);
+            break;
+        case kHeight:
+            g_value_set_int(value, wanted.height);
+            break;
+        case kAlpha:
+            g_value_set_double(value, wanted.alpha);
+            break;
+        case kRotate:
+            g_value_set_enum(value, wanted.turn);
+            break;
+        case kKeepRatio:
+            g_value_set_boolean(value, wanted.keepRatio);
+            break;
+        default:
+            G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+    }
+}
+
+// Comes once after all properties of one g_object_set() call: no frame sees half of them.
+static void TakeOverPlacement(GObject* object, guint count, GParamSpec** specs) {
+    TesselCompositorPad* const pad = TESSEL_COMPOSITOR_PAD(object);
+    GST_OBJECT_LOCK(object);
+    pad->placement = pad->wanted;
+    GST_OBJECT_UNLOCK(object);
+    G_OBJECT_CLASS(tessel_compositor_pad_parent_class)->dispatch_properties_changed(object, count, specs);
+}
+
+static GType RotateType() {
+    static const GEnumValue kValues[] = {{static_cast<int>(Turn::kNone), "No rotation", "none"},
+                                         {static_cast<int>(Turn::kQuarter), "90 degrees clockwise", "rotate-90"},
+                                         {static_cast<int>(Turn::kHalf), "180 degrees", "rotate-180"},
+                                         {static_cast<int>(Turn::kThreeQuarters), "270 degrees", "rotate-270"},
+                                         {static_cast<int>(Turn::kMirror), "Horizontal flip", "horizontal-flip"},
+                                         {static_cast<int>(Turn::kFlip), "Vertical flip", "vertical-flip"},
+                                         {0, nullptr, nullptr}};
+    static const GType type = g_enum_register_static("TesselCompositorRotate", kValues);
+    return type;
+}
+
+// --- time ---
+
+static GstClockTime RunningTime(GstPad* pad, GstClockTime time) {
+    GstEvent* const event = gst_pad_get_sticky_event(pad, GST_EVENT_SEGMENT, 0);
+    if (!event) return time;
+    const GstSegment* segment;
+    gst_event_parse_segment(event, &segment);
+    const GstClockTime running = gst_segment_to_running_time(segment, GST_FORMAT_TIME, std::max(time, segment->start));
+    gst_event_unref(event);
+    return GST_CLOCK_TIME_IS_VALID(running) ? running : time;
+}
+
+// The picture of an input is always its newest one: whatever its clock says, its frames belong to the present.
+static GstPadProbeReturn MoveToPresent(GstPad* gstPad, GstPadProbeInfo* info, gpointer) {
+    GstObject* const parent = gst_pad_get_parent(gstPad);
+    if (!parent) return GST_PAD_PROBE_OK;
+    TesselCompositorPad* const pad = TESSEL_COMPOSITOR_PAD(gstPad);
+    GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+    const GstClockTime latency = gst_aggregator_get_latency(GST_AGGREGATOR(parent));
+    TESSEL_COMPOSITOR(parent)->latency = latency;
+    const bool live = GST_CLOCK_TIME_IS_VALID(latency);
+    const GstClockTime now = gst_element_get_current_running_time(GST_ELEMENT(parent));
+    const bool stamped = GST_BUFFER_PTS_IS_VALID(buffer);
+    gst_object_unref(parent);
+
+    const GstClockTime own = stamped ? GST_BUFFER_PTS(buffer) : pad->next;
+    const GstClockTime running = RunningTime(gstPad, own);
+    const GstClockTimeDiff strange = GST_CLOCK_DIFF(now, running) + pad->shift;
+    if (live && GST_CLOCK_TIME_IS_VALID(now) && std::abs(strange) > kStrangeTime) pad->shift -= strange;
+    const GstClockTime duration = GST_BUFFER_DURATION_IS_VALID(buffer) ? GST_BUFFER_DURATION(buffer) : kUsualDuration;
+    pad->next = own + duration;
+    pad->due = running + static_cast<GstClockTime>(pad->shift) + duration;
+    if (!live && stamped) return GST_PAD_PROBE_OK;
+    buffer = gst_buffer_make_writable(buffer);
+    GST_BUFFER_PTS(buffer) =
+        static_cast<GstClockTime>(std::max<GstClockTimeDiff>(static_cast<GstClockTimeDiff>(own) + pad->shift, 0));
+    // A moment, for the base class: else it would take a late frame for a later one's time too, and stay a frame
+    // behind.
+    GST_BUFFER_DURATION(buffer) = live ? 1 : duration;
+    GST_PAD_PROBE_INFO_DATA(info) = buffer;
+    return GST_PAD_PROBE_OK;
+}
+
+// --- the pad ---
+
+Placement PlacementOf(TesselCompositorPad* pad) {
+    GST_OBJECT_LOCK(pad);
+    const Placement placement = pad->placement;
+    GST_OBJECT_UNLOCK(pad);
+    return placement;
+}
+
+static void tessel_compositor_pad_init(TesselCompositorPad* pad) {
+    pad->wanted = pad->placement = {};
+    pad->due = GST_CLOCK_TIME_NONE;
+    gst_pad_add_probe(GST_PAD(pad), GST_PAD_PROBE_TYPE_BUFFER, MoveToPresent, nullptr, nullptr);
+}
+
+static void tessel_compositor_pad_class_init(TesselCompositorPadClass* type) {
+    GObjectClass* const object = G_OBJECT_CLASS(type);
+    object->set_property = SetPadProperty;
+    object->get_property = GetPadProperty;
+    object->dispatch_properties_changed = TakeOverPlacement;
+    const auto flags = static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_CONTROLLABLE);
+    const auto install = [&](guint id, GParamSpec* spec) { g_object_class_install_property(object, id, spec); };
+    install(kXpos, g_param_spec_int("xpos", "X position", "Left edge of the window", -32768, 32767, 0, flags));
+    install(kYpos, g_param_spec_int("ypos", "Y position", "Top edge of the window", -32768, 32767, 0, flags));
+    install(kWidth, g_param_spec_int("width", "Width", "Of the window, 0: as the source", 0, 65535, 0, flags));
+    install(kHeight, g_param_spec_int("height", "Height", "Of the window, 0: as the source", 0, 65535, 0, flags));
+    install(kAlpha, g_param_spec_double("alpha", "Alpha", "Opacity, 0: hidden", 0, 1, 1, flags));
+    install(kRotate, g_param_spec_enum("rotate", "Rotate", "Turn or flip of the source", RotateType(), 0, flags));
+    install(kKeepRatio,
+            g_param_spec_boolean("keep-ratio", "Keep ratio", "Fit the source into the window", FALSE, flags));
+}

@@ -1,0 +1,220 @@
+// tessel-emulator: the command line.
+
+#include <sys/resource.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "board.h"
+#include "camera_profiles.h"
+#include "control.h"
+#include "control_client.h"
+#include "event_loop.h"
+#include "hdmi_receiver.h"
+#include "monitor.h"
+#include "sandbox.h"
+#include "supervisor.h"
+
+namespace fs = std::filesystem;
+
+static constexpr int kWrongUse = 2;  // exit status
+
+struct Option {
+    std::string_view name;
+    const char* value;                              // null: takes none
+    std::string (*take)(const std::string& value);  // what is wrong with the value; empty: taken
+};
+
+// Options of `run`
+
+static std::string TakeDaemon(const std::string& path) {
+    Board.daemon = path;
+    return access(path.c_str(), X_OK) == 0 ? "" : path + ": " + strerror(errno);
+}
+
+static std::string TakeBoard(const std::string& folder) {
+    Board.folder = folder;
+    return folder.empty() ? "a folder has a name" : "";
+}
+
+static std::string TakeDeviceId(const std::string& text) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), Board.deviceId);
+    const bool good =
+        error == std::errc() && end == text.data() + text.size() && Board.deviceId >= 0 && Board.deviceId <= 255;
+    return good ? "" : "a device id is a number from 0 to 255";
+}
+
+static std::string TakeCamera(std::string& camera, const std::string& profile) {
+    camera = profile;
+    return LoadCameraProfile(profile).error;
+}
+static std::string TakeCamera1(const std::string& profile) { return TakeCamera(Board.camera1, profile); }
+static std::string TakeCamera2(const std::string& profile) { return TakeCamera(Board.camera2, profile); }
+
+static std::string TakeHdmiIn(const std::string& signal) {
+    Board.hdmiIn = signal;
+    return ParseHdmiSignal(signal) ? "" : "a signal reads like 1920x1080p60 or 1920x1080i60";
+}
+
+static std::string TakeMonitor(const std::string& name) {
+    Board.monitor = name;
+    const std::vector<MonitorSummary> monitors = ListMonitors();
+    const bool known = name == "none" || std::ranges::find(monitors, name, &MonitorSummary::name) != monitors.end();
+    return known ? "" : "no monitor \"" + name + "\" (tessel-emulator profiles lists them)";
+}
+
+static std::string TakeVariable(const std::string& assignment) {
+    Board.environment.push_back(assignment);
+    return assignment.find('=', 1) != std::string::npos ? "" : "a variable reads NAME=VALUE";
+}
+
+static std::string TakeOldKernel(const std::string&) { return Board.oldKernel = true, ""; }
+static std::string TakeTopBoard(const std::string&) { return Board.topBoard = true, ""; }
+static std::string TakeNoRestart(const std::string&) { return Board.restart = false, ""; }
+
+static constexpr std::array kRunOptions{
+    Option{"--daemon", "PATH", TakeDaemon},         Option{"--board", "DIR", TakeBoard},
+    Option{"--device-id", "N", TakeDeviceId},       Option{"--old-kernel", nullptr, TakeOldKernel},
+    Option{"--top-board", nullptr, TakeTopBoard},   Option{"--camera1", "PROFILE", TakeCamera1},
+    Option{"--camera2", "PROFILE", TakeCamera2},    Option{"--hdmi-in", "WxHpR", TakeHdmiIn},
+    Option{"--monitor", "EDID|none", TakeMonitor},  Option{"--env", "NAME=VALUE", TakeVariable},
+    Option{"--no-restart", nullptr, TakeNoRestart},
+};
+static constexpr std::array kCtlOptions{Option{"--board", "DIR", TakeBoard}};
+
+static int ShowUsage(FILE* to) {
+    fputs("usage: tessel-emulator run", to);
+    for (const Option& option : kRunOptions)
+        fprintf(to, " [%s%s%s]", option.name.data(), option.value ? " " : "", option.value ? option.value : "");
+    fputs(
+        " [-- DAEMON-ARGUMENTS]\n"
+        "       tessel-emulator ctl [--board DIR] VERB ...\n"
+        "       tessel-emulator profiles\n",
+        to);
+    return to == stderr ? kWrongUse : 0;
+}
+
+using Arguments = std::span<char* const>;
+
+// Takes the options that the arguments start with; what follows them is left. False after a complaint.
+static bool TakeOptions(Arguments& arguments, std::span<const Option> options) {
+    while (!arguments.empty() && std::string_view(arguments[0]).starts_with("--") &&
+           arguments[0] != std::string_view("--")) {
+        const std::string name = arguments[0];
+        auto option = std::ranges::find(options, name, &Option::name);
+        const size_t words = option != options.end() && option->value ? 2 : 1;
+        if (option == options.end())
+            return fprintf(stderr, "tessel-emulator: unknown option %s\n", name.c_str()), false;
+        if (arguments.size() < words)
+            return fprintf(stderr, "tessel-emulator: %s needs a value\n", name.c_str()), false;
+        const std::string value = words == 2 ? arguments[1] : "";
+        if (const std::string wrong = option->take(value); !wrong.empty())
+            return fprintf(stderr, "tessel-emulator: %s: %s\n", name.c_str(), wrong.c_str()), false;
+        arguments = arguments.subspan(words);
+    }
+    return true;
+}
+
+// run
+
+static bool FindDaemon() {
+    std::error_code error;
+    const fs::path here = fs::read_symlink("/proc/self/exe", error).parent_path();
+    if (Board.daemon.empty())
+        for (const char* place : {"Tesselvisor", "../src/Tesselvisor", "../Tesselvisor"})
+            if (Board.daemon.empty() && access((here / place).c_str(), X_OK) == 0) Board.daemon = here / place;
+    Board.daemon = Board.daemon.empty() ? "" : fs::absolute(Board.daemon).lexically_normal().string();
+    // A program of the host is known to the board by its name; of any other, the board gets the folder it lies in.
+    if (!IsHostProgram(Board.daemon)) Board.daemon = fs::canonical(Board.daemon, error).string();
+    if (Board.daemon.empty())
+        fprintf(stderr, "tessel-emulator: no daemon beside the emulator; name it with --daemon\n");
+    return !Board.daemon.empty();
+}
+
+// SIGINT and its like end the emulator in order.
+static void WatchSignals() {
+    signal(SIGPIPE, SIG_IGN);
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals, number);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    const int descriptor = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+    WatchDescriptor(descriptor, [descriptor](uint32_t) {
+        signalfd_siginfo signal;
+        if (read(descriptor, &signal, sizeof signal) == ssize_t{sizeof signal}) EndEvents(128 + int(signal.ssi_signo));
+    });
+}
+
+static void RaiseDescriptorLimit() {
+    rlimit limit;
+    if (getrlimit(RLIMIT_NOFILE, &limit) < 0) return;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+static int RunBoard(Arguments arguments) {
+    if (!TakeOptions(arguments, kRunOptions)) return kWrongUse;
+    if (!arguments.empty() && arguments[0] != std::string_view("--")) {
+        fprintf(stderr, "tessel-emulator: \"%s\" is no option; the daemon's arguments follow --\n", arguments[0]);
+        return kWrongUse;
+    }
+    if (!arguments.empty()) Board.arguments.assign(arguments.begin() + 1, arguments.end());
+    if (!FindDaemon()) return kWrongUse;
+    RaiseDescriptorLimit();
+    WatchSignals();
+    int status = 1;
+    if (OpenBoard() && OpenControl(Board.folder)) {
+        fprintf(stderr, "Board: %s\n", Board.folder.c_str());
+        if (PowerOnBoard()) status = RunEvents();
+        CloseControl();
+    }
+    CloseBoard();
+    return status;
+}
+
+// ctl and profiles
+
+static int Control(Arguments arguments) {
+    if (!TakeOptions(arguments, kCtlOptions)) return kWrongUse;
+    if (Board.folder.empty()) Board.folder = OnlyBoard();
+    if (Board.folder.empty()) return 1;
+    return RunVerb(Board.folder, {arguments.begin(), arguments.end()});
+}
+
+static int ListProfiles(Arguments) {
+    for (const CameraProfile& camera : ListCameraProfiles())
+        printf("camera   %-18s %s\n", camera.name.c_str(), camera.description.c_str());
+    for (const MonitorSummary& monitor : ListMonitors())
+        printf("monitor  %-18s %s\n", monitor.name.c_str(), monitor.description.c_str());
+    return 0;
+}
+
+struct Command {
+    std::string_view word;
+    int (*run)(Arguments arguments);
+};
+static constexpr std::array kCommands{
+    Command{"run", RunBoard},
+    Command{"ctl", Control},
+    Command{"profiles", ListProfiles},
+    Command{"--help", [](Arguments) { return ShowUsage(stdout); }},
+};
+
+int main(int count, char** words) {
+    const Arguments arguments(words, size_t(count));
+    for (const Command& command : kCommands)
+        if (arguments.size() > 1 && command.word == arguments[1]) return command.run(arguments.subspan(2));
+    return ShowUsage(stderr);
+}

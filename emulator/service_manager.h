@@ -1,0 +1,14 @@
+// Keeps the daemon running, as the board's service manager does: started at boot, and again a second after its end.
+// Without restarts, the daemon's end is the emulator's. Supervisor's thread; nothing blocks.
+#pragma once
+
+#include <string>
+
+#include "trace.h"
+
+void StartService();          // the walls stand
+void StopService();           // power off: no more starts
+bool ServiceOutlivesReset();  // false: a reset kills the daemon and with it, without restarts, the emulator ends
+void EndService(int status);  // of the emulator
+
+Json ServiceStatus();  // {"pid", "state", "starts", "uptime", "descriptors", "threads", "exit"}

@@ -1,0 +1,87 @@
+// Hardware that lies: the daemon says what is wrong where it has words for it, keeps running, and loses nothing.
+#include <gmock/gmock.h>
+
+#include "picture_probe.h"
+
+static void ExpectAliveAndObedient(const Board& board) {
+    EXPECT_THAT(TypeAndRead(board, "<FIRMWARE>\n", 1), testing::HasSubstr("ACK\r\n"));
+    EXPECT_EQ(Status(board)["daemon"]["starts"], 1) << Output(board);
+    EXPECT_THAT(Output(board), testing::Not(testing::HasSubstr("Sanitizer"))) << "a sanitizer spoke";
+}
+
+class LyingCamera : public testing::TestWithParam<const char*> {};
+
+TEST_P(LyingCamera, IsSurvived) {
+    const Board board = StartNewBoard({"--camera1", GetParam(), "--camera2", "hd-mjpeg"});
+    ASSERT_TRUE(WaitForOutput(board, "Playing video pipeline...\n", 40)) << Output(board);
+    Type(board, "<S2>\n");
+    EXPECT_TRUE(WaitUntilPicture(board, 12, [](const Picture& picture) { return Shows(picture, {'2', 0, 0, 1920, 1080}); }))
+        << Map(TakePicture(board).value_or(Picture{})) << Output(board);
+    for (const char* layout : {"<PPTL1>\n", "<PPTL2>\n", "<TB>\n", "<BS>\n", "<SS>\n"}) TypeAndRead(board, layout);
+    ExpectAliveAndObedient(board);
+}
+INSTANTIATE_TEST_SUITE_P(Profiles, LyingCamera, testing::Values("nonsense", "many-sizes", "odd-sizes"),
+                         [](const auto& profile) {
+                             std::string name = profile.param;
+                             std::erase(name, '-');
+                             return name;
+                         });
+
+TEST(BadInput, CameraThatSendsGarbage) {
+    const Board board = StartNewBoard({"--camera1", "fullhd-mjpeg", "--camera2", "hd-mjpeg"});
+    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    ASSERT_EQ(Ctl(board, {"camera", "1", "garbage"}).status, 0);
+    WaitUntil(4, [] { return false; });
+    Type(board, "<S2>\n");
+    EXPECT_TRUE(WaitUntilPicture(board, 12, [](const Picture& picture) { return Shows(picture, {'2', 0, 0, 1920, 1080}); }))
+        << Map(TakePicture(board).value_or(Picture{})) << Output(board);
+    ExpectAliveAndObedient(board);
+}
+
+TEST(BadInput, EveryCameraProfileShowsItsPicture) {
+    for (const char* profile : {"yuyv-only", "h264-only", "no-fullhd", "low-rate", "timestamp", "still-image", "jpegparse",
+                                "ptz-speed", "ptz-absolute"}) {
+        const Board board = StartNewBoard({"--camera1", profile});
+        ASSERT_TRUE(WaitForPicture(board)) << profile << Output(board);
+        EXPECT_TRUE(WaitUntilPicture(board, 15, [](const Picture& picture) {
+            const auto mark = MarkIn(picture, {0, 0, picture.width, picture.height});
+            return mark && mark->source == PictureSource::kCamera1;
+        })) << profile << Map(TakePicture(board).value_or(Picture{})) << Output(board);
+    }
+}
+
+TEST(BadInput, EdidThatIsGarbageOrAbsentFallsBack) {
+    struct Monitor {
+        const char* name;
+        const char* mode;
+    };
+    for (const Monitor& monitor : {Monitor{"garbage", "1920x1080"}, Monitor{"none-ddc", "1920x1080"}, Monitor{"720p60", "1280x720"}}) {
+        const Board board = StartNewBoard({"--camera1", "hd-mjpeg", "--monitor", monitor.name});
+        EXPECT_TRUE(WaitForOutput(board, std::string(monitor.mode) + ", 32bpp\n", 40)) << monitor.name << Output(board);
+        ExpectAliveAndObedient(board);
+    }
+}
+
+TEST(BadInput, I2cThatNeverAnswers) {
+    const Board board = StartNewBoard({"--camera1", "hd-mjpeg"});
+    for (const char* address : {"4c", "34", "22", "50", "53", "26", "32", "36", "40"})
+        ASSERT_EQ(Ctl(board, {"fault", "i2c", address, "nak"}).status, 0);
+    ASSERT_TRUE(WaitForOutput(board, "In main: creating UART thread", 40)) << Output(board);
+    const size_t from = OutputSize(board);
+    Type(board, "<RESTART>\n");
+    ASSERT_TRUE(WaitForOutput(board, "HDMI receiver initialization failed.\n", 30, from)) << Output(board);
+    ASSERT_TRUE(WaitForOutput(board, "Playing video pipeline...\n", 30, from)) << Output(board);
+    EXPECT_TRUE(WaitUntilPicture(board, 12, [](const Picture& picture) { return Shows(picture, {'1', 0, 0, 1920, 1080}); }));
+}
+
+TEST(BadInput, DiskFullKeepsTheAppliance) {
+    const Board board = StartNewBoard({"--camera1", "hd-mjpeg"});
+    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    ASSERT_EQ(Ctl(board, {"fault", "disk", "readonly"}).status, 0);
+    EXPECT_THAT(TypeAndRead(board, "<SAVE>\n", 1), testing::HasSubstr("ACK\r\n"));
+    ASSERT_EQ(Ctl(board, {"fault", "disk", "off"}).status, 0);
+    EXPECT_THAT(TypeAndRead(board, "<TB1>\n<SAVE>\n", 1), testing::HasSubstr("ACK\r\n"));
+    ASSERT_TRUE(WaitUntil(3, [&] { return SavedSettings(board).size() == 136; }));
+    EXPECT_EQ(SavedSettings(board)[6], 21);
+    ExpectAliveAndObedient(board);
+}

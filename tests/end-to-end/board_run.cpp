@@ -1,0 +1,260 @@
+#include "board_run.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <png.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <mutex>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+struct BoardRun {
+    fs::path folder;
+    pid_t process = -1;
+    int exitStatus = -1;
+    int input = -1;
+    std::thread reader;
+    std::mutex outputLock;
+    std::string output;
+    ~BoardRun();
+};
+
+static constexpr const char* kEmulator = TESSEL_EMULATOR_PATH;
+
+double Patience() { return TESSEL_PATIENCE; }
+
+static int StatusOf(int waitStatus) {
+    return WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : 128 + WTERMSIG(waitStatus);
+}
+
+static std::vector<char*> Arguments(Words& words) {
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    return arguments;
+}
+
+// The child ends with this process, so that an aborted test leaves no board behind.
+static pid_t Spawn(Words words, int input, int output, int errors) {
+    std::vector<char*> arguments = Arguments(words);
+    const pid_t child = fork();
+    if (child != 0) return child;
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    dup2(input, 0);
+    dup2(output, 1);
+    dup2(errors, 2);
+    execv(arguments[0], arguments.data());
+    _exit(127);
+}
+
+static std::array<int, 2> MakePipe() {
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
+    return ends;
+}
+
+static void ReadAll(int descriptor, const std::function<void(std::string_view)>& take) {
+    std::array<char, 4096> buffer;
+    for (ssize_t count; (count = read(descriptor, buffer.data(), buffer.size())) > 0;)
+        take(std::string_view(buffer.data(), size_t(count)));
+    close(descriptor);
+}
+
+Board MakeBoard() {
+    auto board = std::make_shared<BoardRun>();
+    std::string name = (fs::temp_directory_path() / "tessel-test-XXXXXX").string();
+    if (!mkdtemp(name.data())) throw std::runtime_error("mkdtemp");
+    board->folder = name;
+    return board;
+}
+
+std::string BoardFile(const Board& board, const std::string& path) {
+    const fs::path file = board->folder / fs::path(path).relative_path();
+    fs::create_directories(file.parent_path());
+    return file.string();
+}
+
+void StartBoard(const Board& board, const Words& words) {
+    const auto input = MakePipe(), output = MakePipe();
+    Words line{kEmulator, "run", "--board", board->folder.string()};
+    line.insert(line.end(), words.begin(), words.end());
+    board->process = Spawn(line, input[0], output[1], output[1]);
+    close(input[0]);
+    close(output[1]);
+    board->input = input[1];
+    if (board->reader.joinable()) board->reader.join();
+    board->exitStatus = -1;
+    board->reader = std::thread([run = board.get(), from = output[0]] {
+        ReadAll(from, [run](std::string_view text) {
+            const std::lock_guard lock(run->outputLock);
+            run->output += text;
+        });
+    });
+}
+
+Board StartNewBoard(const Words& words) {
+    Board board = MakeBoard();
+    StartBoard(board, words);
+    return board;
+}
+
+static bool Ended(BoardRun& run) {
+    if (run.process < 0) return true;
+    int waitStatus = 0;
+    if (waitpid(run.process, &waitStatus, WNOHANG) != run.process) return false;
+    run.exitStatus = StatusOf(waitStatus);
+    run.process = -1;
+    return true;
+}
+
+static void CloseInput(BoardRun& run) {
+    if (run.input >= 0) close(run.input);
+    run.input = -1;
+}
+
+static int Stop(BoardRun& run) {
+    if (!Ended(run)) {
+        kill(run.process, SIGTERM);
+        if (!WaitUntil(10, [&run] { return Ended(run); })) {
+            kill(run.process, SIGKILL);
+            WaitUntil(10, [&run] { return Ended(run); });
+        }
+    }
+    CloseInput(run);
+    if (run.reader.joinable()) run.reader.join();
+    return run.exitStatus;
+}
+
+BoardRun::~BoardRun() {
+    Stop(*this);
+    std::error_code ignored;
+    fs::remove_all(folder, ignored);
+}
+
+int StopBoard(const Board& board) { return Stop(*board); }
+
+int WaitForEnd(const Board& board, double seconds) {
+    return WaitUntil(seconds, [&board] { return Ended(*board); }) ? board->exitStatus : -1;
+}
+
+void Type(const Board& board, const std::string& text) {
+    if (write(board->input, text.data(), text.size()) != ssize_t(text.size())) throw std::runtime_error("console");
+}
+
+void CloseConsole(const Board& board) { CloseInput(*board); }
+
+std::string Output(const Board& board) {
+    const std::lock_guard lock(board->outputLock);
+    return board->output;
+}
+
+size_t OutputSize(const Board& board) {
+    const std::lock_guard lock(board->outputLock);
+    return board->output.size();
+}
+
+bool WaitForOutput(const Board& board, std::string_view text, double seconds, size_t from) {
+    return WaitUntil(seconds, [&] {
+        const std::lock_guard lock(board->outputLock);
+        return board->output.find(text, from) != std::string::npos;
+    });
+}
+
+std::string TypeAndRead(const Board& board, const std::string& line, double seconds) {
+    const size_t from = OutputSize(board);
+    Type(board, line);
+    std::this_thread::sleep_for(Seconds(seconds * Patience()));
+    return Output(board).substr(from);
+}
+
+CtlAnswer Ctl(const Board& board, const Words& words) {
+    const auto output = MakePipe(), errors = MakePipe();
+    Words line{kEmulator, "ctl", "--board", board->folder.string()};
+    line.insert(line.end(), words.begin(), words.end());
+    const pid_t child = Spawn(line, open("/dev/null", O_RDONLY | O_CLOEXEC), output[1], errors[1]);
+    close(output[1]);
+    close(errors[1]);
+    CtlAnswer answer{};
+    std::thread errorReader([&] { ReadAll(errors[0], [&](std::string_view text) { answer.err += text; }); });
+    ReadAll(output[0], [&](std::string_view text) { answer.out += text; });
+    errorReader.join();
+    int waitStatus = 0;
+    waitpid(child, &waitStatus, 0);
+    answer.status = StatusOf(waitStatus);
+    return answer;
+}
+
+std::vector<Json> TraceLines(const Board& board, std::string_view what) {
+    std::vector<Json> lines;
+    std::istringstream text(Ctl(board, {"trace"}).out);
+    for (std::string line; std::getline(text, line);) {
+        Json entry = Json::parse(line);
+        if (what.empty() || entry["what"] == what) lines.push_back(std::move(entry));
+    }
+    return lines;
+}
+
+std::vector<std::string> ShellLines(const Board& board) {
+    std::vector<std::string> lines;
+    for (const Json& entry : TraceLines(board, "exec")) {
+        const Json& arguments = entry["arguments"];
+        if (arguments.size() == 3 && arguments[0] == "sh" && arguments[1] == "-c") lines.push_back(arguments[2]);
+    }
+    return lines;
+}
+
+Json Status(const Board& board) { return Json::parse(Ctl(board, {"status"}).out); }
+
+std::optional<Picture> TakePicture(const Board& board) {
+    const std::string file = (board->folder / "picture.png").string();
+    if (Ctl(board, {"picture", file}).status != 0) return {};
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    if (!png_image_begin_read_from_file(&image, file.c_str())) return {};
+    image.format = PNG_FORMAT_BGRA;
+    Picture picture{image.width, image.height, std::vector<uint8_t>(PNG_IMAGE_SIZE(image))};
+    if (!png_image_finish_read(&image, nullptr, picture.bgrx.data(), 0, nullptr)) return {};
+    return picture;
+}
+
+std::optional<PictureMark> MarkIn(const Picture& picture, Window window) {
+    return ReadPictureMark(picture.bgrx, picture.width, picture.height, picture.width * 4, window);
+}
+
+bool WaitUntil(double seconds, const std::function<bool()>& holds) {
+    const auto deadline = Clock::now() + Seconds(seconds * Patience());
+    while (!holds()) {
+        if (Clock::now() > deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return true;
+}
+
+bool WaitUntilPicture(const Board& board, double seconds, const std::function<bool(const Picture&)>& holds) {
+    return WaitUntil(seconds, [&] {
+        const auto picture = TakePicture(board);
+        return picture && holds(*picture);
+    });
+}
+
+bool WaitForPicture(const Board& board, double seconds) {
+    return WaitUntilPicture(board, seconds, [](const Picture&) { return true; });
+}
+
+std::vector<uint8_t> SavedSettings(const Board& board) {
+    std::ifstream file(BoardFile(board, "home/root/config.bin"), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}

@@ -1,0 +1,145 @@
+// The HDMI receiver's bring-up, access by access, and what a chip that does not answer leads to.
+#include <gmock/gmock.h>
+
+#include <fstream>
+
+#include "board_run.h"
+
+struct Write {
+    const char* map;
+    const char* bytes;      // register and data, as they go over the wire
+};
+
+// Every register write of the bring-up on a new kernel with a small (or no) input, in order. The EDID goes in one transfer.
+static const std::vector<Write> kBringUp = {
+    {"4c", "ff80"}, {"4c", "fd44"}, {"4c", "fb68"},
+    {"22", "0100"}, {"34", "6f0c"}, {"34", "851f"}, {"34", "8770"}, {"34", "57da"}, {"34", "5801"}, {"34", "0390"},
+    {"34", "4c44"}, {"22", "3e80"},
+    {"4c", "02f5"}, {"4c", "0c42"}, {"4c", "15a0"}, {"4c", "0460"}, {"4c", "0106"}, {"4c", "0008"}, {"4c", "0320"},
+    {"4c", "0528"}, {"4c", "143f"}, {"4c", "40e2"}, {"4c", "6ea8"}, {"4c", "20fc"}, {"4c", "19c8"}, {"4c", "3340"},
+    {"4c", "06a0"}, {"4c", "f480"}, {"4c", "f57c"}, {"4c", "f84c"}, {"4c", "f964"}, {"4c", "fa6c"}, {"4c", "fb68"},
+    {"4c", "fd44"},
+    {"4c", "0480"}, {"4c", "06a1"}, {"4c", "0380"}, {"4c", "1988"},
+    {"40", "2a3e"}, {"26", "b503"},
+    {"32", "7400"}, {"32", "7600"}, {"32", "53ff"}, {"32", "52ff"}, {"32", "7001"},
+    {"34", "c003"}, {"34", "0080"}, {"34", "0104"}, {"34", "0203"}, {"34", "0398"}, {"34", "1025"}, {"34", "1b08"},
+    {"34", "4504"}, {"34", "97c0"}, {"34", "3d10"}, {"34", "3e69"}, {"34", "3f46"}, {"34", "4efe"}, {"34", "4f08"},
+    {"34", "5000"}, {"34", "57a3"}, {"34", "5807"}, {"34", "6ca2"}, {"34", "6f08"}, {"34", "7300"}, {"34", "83fc"},
+    {"34", "8403"}, {"34", "851f"}, {"34", "869b"}, {"34", "8903"}, {"34", "9b03"}, {"34", "9303"}, {"34", "5a80"},
+    {"34", "9c80"}, {"34", "9cc0"}, {"34", "9c00"},
+    {"22", "c010"}, {"22", "c180"}, {"22", "c280"}, {"22", "bf17"}, {"22", "ba01"},
+    {"34", "1a10"},                                     // audio muted
+    {"22", "bd00"}, {"22", "c92d"},
+    {"36", "00edid"}, {"32", "7403"},
+    {"34", "6ca1"}, {"4c", "2078"}, {"4c", "20f0"}, {"34", "6ca2"},
+    {"34", "6ca1"}, {"4c", "20b8"}, {"4c", "20f0"}, {"34", "6ca2"},
+};
+
+static std::string Lower(std::string text) {
+    for (char& letter : text) letter = char(tolower(letter));
+    return text;
+}
+
+static std::string MapOf(const Json& transfer) { return Lower(transfer["address"]); }
+
+static std::string WriteOf(const Json& transfer) {
+    if (transfer["write"].size() == 256) return "00edid";
+    std::string bytes = transfer["register"];
+    for (const Json& value : transfer["write"]) bytes += value.get<std::string>();
+    return Lower(bytes);
+}
+
+static bool IsWrite(const Json& transfer) { return transfer.contains("write"); }
+
+TEST(Receiver, BringUpWritesEveryRegisterInOrder) {
+    const Board board = StartNewBoard({});
+    ASSERT_TRUE(WaitForOutput(board, "In main: creating UART thread\n", 30)) << Output(board);
+    std::vector<std::string> writes, expected;
+    for (const Json& transfer : TraceLines(board, "i2c"))
+        if (transfer["bus"] == 1 && IsWrite(transfer) && writes.size() < kBringUp.size())
+            writes.push_back(MapOf(transfer) + " " + WriteOf(transfer));
+    for (const Write& write : kBringUp) expected.push_back(std::string(write.map) + " " + write.bytes);
+    // Bits that a read-modify-write keeps depend on the chip's reset values; only those that it decides are golden.
+    EXPECT_EQ(writes, expected);
+}
+
+TEST(Receiver, NakAtEachAccessGivesItsMessage) {
+    struct Refusal {
+        const char* map;
+        int access;             // of those to this map, from the start of the bring-up
+        const char* message;
+    };
+    const Board board = StartNewBoard({});
+    ASSERT_TRUE(WaitForOutput(board, "In main: creating Gstreamer video thread", 30)) << Output(board);
+    for (const Refusal& refusal : {
+             Refusal{"4c", 1, "CyFxHDMIRxMainReset Reset HDMI failed 1\n"},
+             Refusal{"4c", 4, "I2C failed 1\n"},          // first of its table
+             Refusal{"4c", 25, "I2C failed 1\n"},         // last of its table
+             Refusal{"40", 1, "I2C failed 1\n"},
+             Refusal{"26", 1, "I2C failed 1\n"},
+             Refusal{"32", 1, "I2C failed 1\n"},
+             Refusal{"32", 5, "I2C failed 1\n"},
+             Refusal{"34", 8, "I2C failed 1\n"},          // behind the seven preparation writes
+             Refusal{"34", 38, "I2C failed 1\n"},
+             Refusal{"22", 3, "I2C failed 1\n"},
+             Refusal{"22", 7, "I2C failed 1\n"},
+             Refusal{"22", 8, "CyFxUsbI2cTransfer Send Data 2 failed 1\n"},
+             Refusal{"22", 9, "CyFxUsbI2cTransfer Send Data 1 failed 1\n"},
+             Refusal{"22", 10, "CyFxUsbI2cTransfer Send Data 3 failed 1\n"},
+             Refusal{"36", 1, ""},                        // no message of its own
+             Refusal{"32", 6, "write I2C KSV reg 0x74 failed 1\n"},
+         }) {
+        const size_t from = OutputSize(board);
+        Type(board, "<RESTART>\n");
+        ASSERT_TRUE(WaitForOutput(board, "Hardware ID: 0\n", 20, from)) << Output(board);
+        ASSERT_EQ(Ctl(board, {"fault", "i2c", refusal.map, "nak", std::to_string(refusal.access)}).status, 0);
+        ASSERT_TRUE(WaitForOutput(board, "In main: creating Gstreamer video thread", 20, from)) << Output(board);
+        const std::string output = Output(board).substr(from);
+        EXPECT_THAT(output, testing::HasSubstr(std::string(refusal.message) + "HDMI receiver initialization failed.\n"))
+            << refusal.map << " access " << refusal.access;
+        Ctl(board, {"fault", "i2c", refusal.map, "off"});
+    }
+}
+
+TEST(Receiver, EdidFileProblemsCountAsSuccess) {
+    struct File {
+        size_t size;            // 0: missing
+        const char* message;
+    };
+    for (const File& file : {File{0, "File h error\r"}, File{301, "Reading h error\r"}, File{256, ""}}) {
+        const Board board = StartNewBoard({});
+        ASSERT_TRUE(WaitForOutput(board, "In main: creating Gstreamer video thread", 30)) << Output(board);
+        const std::string path = BoardFile(board, "home/root/EDID_HDMI_INPUT.bin");
+        remove(path.c_str());
+        if (file.size) std::ofstream(path, std::ios::binary) << std::string(file.size, '\x01');
+        const size_t from = OutputSize(board);
+        Ctl(board, {"trace", "--clear"});
+        Type(board, "<RESTART>\n");
+        ASSERT_TRUE(WaitForOutput(board, "In main: creating Gstreamer video thread", 30, from)) << Output(board);
+        const std::string output = Output(board).substr(from);
+        EXPECT_THAT(output, testing::HasSubstr(file.message));
+        EXPECT_THAT(output, testing::Not(testing::HasSubstr("HDMI receiver initialization failed")));
+        bool programmed = false;
+        for (const Json& transfer : TraceLines(board, "i2c")) programmed |= MapOf(transfer) == "36" && IsWrite(transfer);
+        EXPECT_EQ(programmed, file.size == 256);
+    }
+}
+
+static std::vector<std::string> LargeFormatWrites(const Board& board) {
+    std::vector<std::string> writes;
+    for (const Json& transfer : TraceLines(board, "i2c"))
+        if (IsWrite(transfer) && MapOf(transfer) == "26" && transfer["register"] == "C3")
+            writes.push_back(transfer["write"][0]);
+    return writes;
+}
+
+TEST(Receiver, LargeFormatModeOnAndBack) {
+    const Board board = StartNewBoard({"--camera1", "hd-mjpeg", "--hdmi-in", "1920x1080p30"});
+    ASSERT_TRUE(WaitForOutput(board, "Playing video pipeline...\n", 30)) << Output(board);
+    ASSERT_EQ(Ctl(board, {"hdmi-in", "0", "3840x2160p30"}).status, 0);
+    EXPECT_TRUE(WaitUntil(8, [&] { return LargeFormatWrites(board) == std::vector<std::string>{"80"}; }));
+    WaitUntil(2, [] { return false; });
+    EXPECT_EQ(LargeFormatWrites(board).size(), 1u) << "switched once";
+    ASSERT_EQ(Ctl(board, {"hdmi-in", "0", "1920x1080p30"}).status, 0);
+    EXPECT_TRUE(WaitUntil(8, [&] { return LargeFormatWrites(board) == std::vector<std::string>{"80", "00"}; }));
+}

@@ -1,0 +1,242 @@
+// From power-on to the running daemon: order, identity, settings file, one-shot modes, the ends of the process.
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "board_run.h"
+
+namespace fs = std::filesystem;
+
+using testing::HasSubstr;
+using testing::Not;
+
+static constexpr const char* kAudioFailed = "Audio channel setup failed.\nInitialization failed.\n";
+
+static void WriteFile(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
+
+// The texts appear in this order, each after the one before it.
+static void ExpectInOrder(const std::string& output, const std::vector<std::string>& texts) {
+    size_t from = 0;
+    for (const std::string& text : texts) {
+        const size_t at = output.find(text, from);
+        ASSERT_NE(at, std::string::npos) << "missing (or too early): " << text << "in:\n" << output;
+        from = at + text.size();
+    }
+}
+
+struct Ended {
+    int status;
+    std::string output;
+};
+
+static Ended RunOnce(const Board& board, Words words, const Words& arguments = {}) {
+    words.push_back("--no-restart");
+    words.push_back("--");
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    StartBoard(board, words);
+    const int status = WaitForEnd(board, 20);
+    StopBoard(board);
+    return {status, Output(board)};
+}
+
+static Ended OneShot(const Words& arguments, const Words& options = {}) { return RunOnce(MakeBoard(), options, arguments); }
+
+TEST(StartUp, FreshBoardComesUpInOrder) {
+    const Board board = StartNewBoard({"--camera1", "fullhd-mjpeg"});
+    ASSERT_TRUE(WaitForOutput(board, "Playing video pipeline...\n", 30)) << Output(board);
+    ExpectInOrder(Output(board),
+                  {kAudioFailed, "Can't open application config file.\n", "Tesselvisor Version 2.0.12\n",
+                   "---------------------------------------------\n", "Hardware ID: 0\n", "File config error\n",
+                   "Read configuration failed. Apply default values.\n", "In main: creating UART thread\n",
+                   "In main: creating console thread\n", "In main: creating Gstreamer video thread\n"});
+    ExpectInOrder(Ctl(board, {"journal"}).out,
+                  {"6 Audio channel setup failed.", "6 Tesselvisor Version 2.0.12", "6 Hardware ID: 0",
+                   "6 Read configuration failed. Apply default values.", "6 Playing video pipeline..."});
+
+    // The same order at the boundary: buses, probes, lines, MAC, receiver, output, watchdog.
+    std::string story;
+    for (const Json& entry : TraceLines(board)) {
+        const std::string what = entry["what"];
+        if (what == "i2c") story += "i2c " + entry["address"].get<std::string>() + "\n";
+        if (what == "gpio") story += "gpio " + std::to_string(entry["line"].get<int>()) + "\n";
+        if (what == "exec" && entry["arguments"][0] == "sh") story += "run " + entry["arguments"].back().get<std::string>() + "\n";
+        if (what == "watchdog") story += "watchdog\n";
+    }
+    ExpectInOrder(story, {"run uname -a\n", "i2c 53\n", "i2c 21\n", "run uname -a\n", "gpio 7\n", "gpio 104\n",
+                          "run ifconfig eth0 | grep 'HWaddr'\n", "gpio 41\n", "i2c 4C\n", "i2c 34\n", "i2c 36\n", "gpio 43\n",
+                          "run fbset -fb /dev/fb0", "run fbset -fb /dev/fb2", "run echo 0 > /sys/class/graphics/fb0/blank",
+                          "watchdog\n", "run stty -F /dev/ttymxc2 eol2 '>' -echo\n"});
+}
+
+TEST(StartUp, GovernorCoresAndOldKernelRegister) {
+    const Board board = StartNewBoard({"--old-kernel"});
+    ASSERT_TRUE(WaitForOutput(board, "creating Gstreamer video thread", 30)) << Output(board);
+    const auto sys = [&](const std::string& path) {
+        std::ifstream file(BoardFile(board, "volatile") + path);
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    };
+    EXPECT_THAT(sys("/sys/devices/system/cpu/cpu0/cpufreq/scaling_governor"), HasSubstr("performance"));
+    EXPECT_THAT(sys("/sys/devices/system/cpu/cpu1/cpufreq/scaling_governor"), HasSubstr("performance"));
+    const auto reg = [&] {
+        std::ifstream memory(BoardFile(board, "volatile") + "/dev/mem", std::ios::binary);
+        memory.seekg(0x02630000);
+        uint32_t value = 0;
+        memory.read(reinterpret_cast<char*>(&value), sizeof value);
+        return value;
+    };
+    EXPECT_TRUE(WaitUntil(5, [&] { return reg() == 0x04008A00; }));
+    std::fstream memory(BoardFile(board, "volatile") + "/dev/mem", std::ios::in | std::ios::out | std::ios::binary);
+    memory.seekp(0x02630000).write("\0\0\0\0", 4).flush();
+    EXPECT_TRUE(WaitUntil(2, [&] { return reg() == 0x04008A00; })) << "rewritten every 100 ms";
+}
+
+TEST(OneShot, ModesPrintAndEndWithStatusZero) {
+    struct Mode {
+        Words arguments;
+        const char* output;
+    };
+    const std::string usage = "Bad I2C command\n./Tesselvisor i2c read i2cbus address register data\n"
+                              "./Tesselvisor i2c write i2cbus address register data\n";
+    for (const Mode& mode : {Mode{{"version"}, "Version 2.0.12\n"}, Mode{{"ver"}, "Version 2.0.12\n"},
+                             Mode{{"deviceid"}, "DeviceID 2\n"}, Mode{{"video"}, "Video unlocked\n"},
+                             Mode{{"i2c", "read", "2", "48", "0"}, "I2C RD - reg = 0 : value = 10\n"},
+                             Mode{{"i2c", "write", "2", "48", "1F", "a5"}, "I2C WR - reg = 1F : value = A5\n"},
+                             Mode{{"i2c", "read", "1", "53"}, usage.c_str()}}) {
+        const Ended ended = OneShot(mode.arguments, {"--device-id", "2"});
+        EXPECT_EQ(ended.status, 0);
+        EXPECT_THAT(ended.output, HasSubstr(mode.output)) << testing::PrintToString(mode.arguments);
+        EXPECT_THAT(ended.output, Not(HasSubstr("Tesselvisor Version"))) << "a mode starts nothing";
+    }
+    const Ended silent = OneShot({"foo"});
+    EXPECT_EQ(silent.status, 0);
+    EXPECT_EQ(silent.output.substr(silent.output.find(kAudioFailed)),
+              std::string(kAudioFailed) + "Can't open application config file.\n");
+}
+
+TEST(StartUp, UnknownHardwareStopsAfterTheBanner) {
+    const Ended ended = RunOnce(MakeBoard(), {"--device-id", "4"});
+    EXPECT_EQ(ended.status, 0);
+    ExpectInOrder(ended.output, {"---------------------------------------------\n", "Hardware not recognized. Exit.\n"});
+    EXPECT_THAT(ended.output, Not(HasSubstr("Hardware ID")));
+}
+
+// The programming's status is that of its last line, which writes into sysfs.
+TEST(StartUp, MissingDevicesEndWithStatusOne) {
+    for (const char* missing : {"sys/class/graphics/fb0", "dev/watchdog"}) {
+        const Board board = StartNewBoard({"--no-restart"});
+        ASSERT_TRUE(WaitUntil(5, [&] { return fs::exists(fs::path(BoardFile(board, "volatile")) / missing); }));
+        fs::remove_all(fs::path(BoardFile(board, "volatile")) / missing);
+        EXPECT_EQ(WaitForEnd(board, 15), 1) << missing << Output(board);
+    }
+}
+
+TEST(StartUp, UpgradeScriptTakesOver) {
+    const Board board = StartNewBoard({"--camera1", "fullhd-mjpeg"});
+    ASSERT_TRUE(WaitForOutput(board, "Playing video pipeline...\n", 30)) << Output(board);
+    const fs::path stick = fs::path(BoardFile(board, "volatile")) / "run/media/sda1/quendalupdate";
+    fs::create_directories(stick);
+    WriteFile(stick / "install.sh", "echo installing in $(pwd)\n");
+    fs::remove(BoardFile(board, "home/root/config.bin"));
+    const size_t from = OutputSize(board);
+    Type(board, "<RESTART>\n");
+    ASSERT_TRUE(WaitForOutput(board, "UPGRADE MODE DETECTED!\n", 20, from)) << Output(board);
+    ASSERT_TRUE(WaitForOutput(board, "installing in /run/media/sda1/quendalupdate\n", 10, from)) << Output(board);
+    EXPECT_FALSE(WaitForOutput(board, "In main: creating", 3, from));
+    EXPECT_TRUE(SavedSettings(board).empty());
+    EXPECT_EQ(Status(board)["daemon"]["state"], "running");
+}
+
+TEST(Settings, DamagedFilesAreReplacedByDefaults) {
+    struct File {
+        std::string content;
+        const char* message;
+    };
+    std::string good(136, '\0');
+    good[1] = char(0xab);
+    good[2] = 1;
+    good[0] = char(0xac);
+    std::string swapped = good;
+    swapped[7] = 1;                                     // covered by the checksum
+    std::string beyond = good;
+    beyond[102] = 5;                                    // Ain1 is not
+    for (const File& file : {File{"", "Reading config error\n"}, File{good.substr(0, 135), "Reading config error\n"},
+                             File{swapped, "Bad config checksum. Apply default values.\n"},
+                             File{std::string(136, '\xff'), "Bad config checksum. Apply default values.\n"},
+                             File{good + std::string(5000, 'x'), ""}, File{beyond, "Good config checksum.\n"},
+                             File{good, "Good config checksum.\n"}}) {
+        const Board board = MakeBoard();
+        WriteFile(BoardFile(board, "home/root/config.bin"), file.content);
+        StartBoard(board, {});
+        ASSERT_TRUE(WaitForOutput(board, "In main: creating UART thread", 30)) << Output(board);
+        EXPECT_THAT(Output(board), HasSubstr(file.message));
+        const auto saved = SavedSettings(board);
+        ASSERT_EQ(saved.size(), 136u);
+        uint8_t sum = 0;
+        for (const int offset : {1, 2, 3, 6, 7, 36, 37, 38, 39, 40, 45}) sum = uint8_t(sum + saved[size_t(offset)]);
+        EXPECT_EQ(saved[0], sum) << "the next start finds a valid file";
+        EXPECT_EQ(saved[7], 0);
+    }
+}
+
+TEST(ProcessControl, QuitDisarmsRestartDoesNot) {
+    struct End {
+        const char* command;
+        int status;
+        const char* last;       // the watchdog's last event
+    };
+    for (const End& end : {End{"<QUIT>\n", 0, "disarm"}, End{"<RESTART>\n", 0, "close"}}) {
+        const Board board = StartNewBoard({"--no-restart"});
+        ASSERT_TRUE(WaitForOutput(board, "Opening watchdog handle...\n", 30));
+        const size_t from = OutputSize(board);
+        Type(board, end.command);
+        EXPECT_TRUE(WaitForOutput(board, "ACK\r\n", 5, from));
+        EXPECT_EQ(WaitForEnd(board, 10), end.status) << end.command;
+    }
+    // With a service manager: RESTART starts the daemon again and the armed watchdog never bites.
+    const Board board = StartNewBoard({});
+    ASSERT_TRUE(WaitForOutput(board, "Opening watchdog handle...\n", 30));
+    const size_t from = OutputSize(board);
+    Type(board, "<RESTART>\n");
+    ASSERT_TRUE(WaitForOutput(board, "Opening watchdog handle...\n", 30, from));
+    EXPECT_TRUE(Status(board)["watchdog"]["armed"].get<bool>());
+    Type(board, "<QUIT>\n");
+    ASSERT_TRUE(WaitUntil(10, [&] { return !Status(board)["watchdog"]["armed"].get<bool>(); }));
+    EXPECT_TRUE(TraceLines(board, "reset").empty());
+}
+
+TEST(Watchdog, StarvedWatchdogResetsTheBoard) {
+    const Board board = StartNewBoard({"--camera1", "hd-mjpeg"});
+    ASSERT_TRUE(WaitForOutput(board, "Opening watchdog handle...\n", 30));
+    const pid_t daemon = Status(board)["daemon"]["pid"].get<pid_t>();
+    ASSERT_EQ(kill(daemon, SIGSTOP), 0);
+    const size_t from = OutputSize(board);
+    ASSERT_TRUE(WaitForOutput(board, "Tesselvisor Version", 50, from)) << Output(board);
+    const auto resets = TraceLines(board, "reset");
+    ASSERT_FALSE(resets.empty());
+    EXPECT_EQ(resets.back()["why"], "watchdog");
+    EXPECT_NEAR(resets.back()["t"].get<double>() / 1e6, 31, 8) << "30 s after the last pat";
+}
+
+TEST(Watchdog, MarkerFileKeepsItUntouched) {
+    const Board board = MakeBoard();
+    WriteFile(BoardFile(board, "home/root/Tesselvisor.NoWatchdog"), "");
+    StartBoard(board, {});
+    ASSERT_TRUE(WaitForOutput(board, "Disabling watchdog support!\n", 30));
+    ASSERT_TRUE(WaitForOutput(board, "creating Gstreamer video thread", 30));
+    WaitUntil(3, [] { return false; });
+    EXPECT_TRUE(TraceLines(board, "watchdog").empty());
+    EXPECT_THAT(Output(board), Not(HasSubstr("Opening watchdog handle")));
+}
+
+TEST(KernelIssue, DisplayFlipTimeoutReboots) {
+    const Board board = StartNewBoard({});
+    ASSERT_TRUE(WaitForOutput(board, "creating Gstreamer video thread", 30));
+    ASSERT_EQ(Ctl(board, {"kernel-log", "mxc_sdc_fb fb@0: timeout when waiting for flip irq"}).status, 0);
+    const size_t from = OutputSize(board);
+    Type(board, "<RESTART>\n");
+    ASSERT_TRUE(WaitForOutput(board, "Kernel issue! Need to restart...\n", 30, from)) << Output(board);
+    ASSERT_TRUE(WaitUntil(15, [&] { return !TraceLines(board, "reset").empty(); }));
+    EXPECT_EQ(TraceLines(board, "reset").back()["why"], "reboot");
+}

@@ -1,0 +1,250 @@
+#include "gst/compose.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <utility>
+
+#include "gst/compose_parallel.h"
+
+namespace {
+
+constexpr uint8_t kStale = 0x5a;
+
+// A picture of one's own samples; its planes end where its memory ends, so that a sanitizer sees each byte read beyond.
+struct OwnPicture {
+    std::array<std::unique_ptr<uint8_t[]>, 3> memory;
+    VideoPicture picture;
+};
+
+using Shade = std::function<double(double u, double v)>;  // position 0 to 1 in the picture, value 0 to 255
+
+OwnPicture DrawPicture(int width, int height, std::array<Shade, 3> shades, Colours colours = Colours::kRgb,
+                       int halfX = 0, int halfY = 0) {
+    OwnPicture own{{}, {{}, colours}};
+    for (size_t i = 0; i < 3; ++i) {
+        if (!shades[i]) continue;
+        const int w = i ? (width + halfX) >> halfX : width, h = i ? (height + halfY) >> halfY : height;
+        own.memory[i] = std::make_unique<uint8_t[]>(static_cast<size_t>(w) * h);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x)
+                own.memory[i][y * w + x] = static_cast<uint8_t>(std::lround(shades[i]((x + .5) / w, (y + .5) / h)));
+        own.picture.planes[i] = {.samples = own.memory[i].get(), .stride = w, .step = 1, .width = w, .height = h};
+    }
+    return own;
+}
+
+Shade Flat(double value) {
+    return [=](double, double) { return value; };
+}
+
+// A different slope in each component: any turn or shift of the wrong kind shows.
+OwnPicture Slopes(int width, int height) {
+    return DrawPicture(width, height, {[](double u, double) { return 20 + 200 * u; },
+                                       [](double, double v) { return 20 + 200 * v; },
+                                       [](double u, double v) { return 20 + 100 * u + 100 * v; }});
+}
+
+struct Screen {
+    int width, height;
+    std::vector<uint8_t> pixels = std::vector<uint8_t>(static_cast<size_t>(width) * height * 4, kStale);
+    Canvas canvas() { return {pixels.data(), ptrdiff_t{width} * 4, width, height}; }
+    std::array<int, 3> Rgb(int x, int y) const {
+        const uint8_t* pixel = &pixels[(static_cast<size_t>(y) * width + x) * 4];
+        return {pixel[2], pixel[1], pixel[0]};
+    }
+};
+
+Screen Compose(std::span<const VideoWindow> windows, int width, int height) {
+    Screen screen{width, height};
+    PaintBand(ArrangeScene(windows, width, height), screen.canvas(), 0, height);
+    return screen;
+}
+
+// Where in an upright picture a point of the turned one comes from.
+std::pair<double, double> Unturned(Turn turn, double u, double v) {
+    switch (turn) {
+        case Turn::kQuarter: return {v, 1 - u};
+        case Turn::kHalf: return {1 - u, 1 - v};
+        case Turn::kThreeQuarters: return {1 - v, u};
+        case Turn::kMirror: return {1 - u, v};
+        case Turn::kFlip: return {u, 1 - v};
+        default: return {u, v};
+    }
+}
+
+void ExpectNear(std::array<int, 3> got, std::array<double, 3> wanted, double tolerance, int x, int y) {
+    for (size_t i = 0; i < 3; ++i) ASSERT_NEAR(got[i], wanted[i], tolerance) << "component " << i << " at " << x << "," << y;
+}
+
+}  // namespace
+
+TEST(FitRatio, KeepsTheShapeInTheMiddle) {
+    EXPECT_EQ(FitRatio(1280, 720, {0, 0, 1920, 1080}), (Rectangle{0, 0, 1920, 1080}));
+    EXPECT_EQ(FitRatio(1280, 720, {960, 0, 960, 1080}), (Rectangle{960, 270, 960, 540}));
+    EXPECT_EQ(FitRatio(640, 480, {0, 0, 1920, 1080}), (Rectangle{240, 0, 1440, 1080}));
+    EXPECT_EQ(FitRatio(640, 0, {1, 2, 3, 4}), (Rectangle{1, 2, 3, 4}));
+}
+
+TEST(ArrangeScene, LeavesOutWhatCannotBeSeen) {
+    const OwnPicture own = Slopes(32, 32);
+    const auto window = [&](Rectangle area, int alpha = kOpaque) {
+        return VideoWindow{own.picture, area, Turn::kNone, alpha};
+    };
+    const auto seen = [](std::vector<VideoWindow> windows) { return ArrangeScene(windows, 100, 80).size(); };
+    EXPECT_EQ(seen({window({0, 0, 1, 1}), window({0, 0, 50, 0}), window({100, 0, 20, 20}), window({-20, 0, 20, 20}),
+                    window({0, 0, 50, 50}, 0)}),
+              0u);
+    EXPECT_EQ(seen({window({10, 10, 20, 20}), window({0, 0, 50, 50})}), 1u) << "wholly covered";
+    EXPECT_EQ(seen({window({0, 0, 50, 50}), window({10, 10, 20, 20})}), 2u) << "the lower one is larger";
+    EXPECT_EQ(seen({window({10, 10, 20, 20}), window({0, 0, 50, 50}, 128)}), 2u) << "seen through";
+    EXPECT_EQ(seen({window({-50, -50, 300, 300}), window({0, 0, 100, 80})}), 1u) << "covered as far as on the canvas";
+}
+
+TEST(PaintBand, ScalesAndTurnsAnyGeometryExactly) {
+    struct Case {
+        int width, height;
+        Rectangle area;
+    };
+    constexpr Case kCases[] = {
+        {160, 120, {0, 0, 400, 300}},    {160, 120, {0, 0, 160, 120}},   {300, 200, {10, 20, 140, 90}},
+        {301, 203, {33, 7, 61, 300}},    {640, 360, {0, 0, 31, 17}},     {1000, 40, {5, 5, 20, 250}},
+        {17, 15, {-100, -50, 333, 222}}, {9, 5, {200, 100, 400, 300}},   {64, 64, {399, 0, 700, 300}},
+        {64, 64, {-690, 0, 700, 300}},   {2000, 30, {50, 100, 300, 30}},
+    };
+    for (const Case& geometry : kCases) {
+        const OwnPicture own = Slopes(geometry.width, geometry.height);
+        for (int turn = 0; turn <= 5; ++turn) {
+            SCOPED_TRACE(testing::Message() << geometry.width << "x" << geometry.height << " turn " << turn);
+            const VideoWindow window{own.picture, geometry.area, static_cast<Turn>(turn), kOpaque};
+            const Screen screen = Compose({&window, 1}, 400, 300);
+            const Rectangle& area = geometry.area;
+            // At an edge, where half a sample repeats, a slope may differ by half a sample's or half a pixel's step.
+            const double tolerance = 2.5 + 100. / std::min({geometry.width, geometry.height, area.width, area.height});
+            for (int y = std::max(area.top, 0); y < std::min(area.top + area.height, 300); y += 3)
+                for (int x = std::max(area.left, 0); x < std::min(area.left + area.width, 400); ++x) {
+                    const auto [u, v] = Unturned(window.turn, (x - area.left + .5) / area.width,
+                                                 (y - area.top + .5) / area.height);
+                    ExpectNear(screen.Rgb(x, y), {20 + 200 * u, 20 + 200 * v, 20 + 100 * (u + v)}, tolerance, x, y);
+                    if (HasFatalFailure()) return;
+                }
+        }
+    }
+}
+
+// Fine stripes become their mean: nothing is skipped when a picture shrinks.
+TEST(PaintBand, AveragesWhenShrinking) {
+    const Shade stripes = [](double u, double) { return static_cast<int>(u * 1280) % 4 < 2 ? 0. : 200.; };
+    const OwnPicture own = DrawPicture(1280, 720, {stripes, stripes, stripes});
+    for (const Rectangle area : {Rectangle{0, 0, 320, 180}, Rectangle{0, 0, 160, 90}, Rectangle{0, 0, 80, 300}}) {
+        const VideoWindow window{own.picture, area, Turn::kNone, kOpaque};
+        const Screen screen = Compose({&window, 1}, 320, 300);
+        for (int x = 0; x < area.width; ++x) ExpectNear(screen.Rgb(x, 40), {100, 100, 100}, 2, x, 40);
+    }
+}
+
+// Windows smaller than any average reaches: memory-safe, and of the picture's own colours.
+TEST(PaintBand, ShrinksTheLargestPictureToAlmostNothing) {
+    const OwnPicture own = DrawPicture(kPictureLimit, 2160, {Flat(90), Flat(91), Flat(92)});
+    for (const Rectangle area : {Rectangle{0, 0, 2, 1}, Rectangle{0, 0, 3, 60}, Rectangle{0, 0, 60, 2}}) {
+        const VideoWindow window{own.picture, area, Turn::kNone, kOpaque};
+        const Screen screen = Compose({&window, 1}, 64, 64);
+        ExpectNear(screen.Rgb(area.width - 1, area.height - 1), {90, 91, 92}, 0, 1, 1);
+    }
+}
+
+TEST(PaintBand, KnowsTheColourEncodings) {
+    struct Case {
+        Colours colours;
+        std::array<double, 3> yuv, rgb;
+    };
+    constexpr Case kCases[] = {
+        {Colours::kBt601, {81, 90, 240}, {255, 0, 0}},     {Colours::kBt601, {235, 128, 128}, {255, 255, 255}},
+        {Colours::kBt601Full, {76, 85, 255}, {254, 0, 0}}, {Colours::kBt709, {63, 102, 240}, {255, 0, 0}},
+        {Colours::kBt709, {66, 160, 123}, {49, 53, 126}},  {Colours::kRgb, {10, 20, 30}, {10, 20, 30}},
+    };
+    for (const Case& encoding : kCases)
+        for (const Rectangle area : {Rectangle{0, 0, 64, 48}, Rectangle{0, 0, 100, 70}, Rectangle{-3, 0, 64, 48}}) {
+            const auto& yuv = encoding.yuv;
+            const OwnPicture own =
+                DrawPicture(64, 48, {Flat(yuv[0]), Flat(yuv[1]), Flat(yuv[2])}, encoding.colours, 1, 1);
+            const VideoWindow window{own.picture, area, Turn::kNone, kOpaque};
+            ExpectNear(Compose({&window, 1}, 100, 70).Rgb(30, 30), encoding.rgb, 4, 30, 30);
+        }
+    const OwnPicture grey = DrawPicture(64, 48, {Flat(126), nullptr, nullptr}, Colours::kBt601Full);
+    const VideoWindow window{grey.picture, {0, 0, 90, 60}, Turn::kMirror, kOpaque};
+    ExpectNear(Compose({&window, 1}, 100, 70).Rgb(30, 30), {126, 126, 126}, 1, 30, 30);
+}
+
+// The same samples interleaved in one plane or in three give the same canvas, at every size and turn.
+TEST(PaintBand, ReadsPackedPicturesLikePlanarOnes) {
+    constexpr int kWidth = 96, kHeight = 50;
+    const OwnPicture planar = DrawPicture(kWidth, kHeight,
+                                          {[](double u, double v) { return 16 + 110 * u + 109 * v; },
+                                           [](double u, double) { return 30 + 190 * u; },
+                                           [](double, double v) { return 30 + 190 * v; }},
+                                          Colours::kBt709, 1, 0);
+    std::vector<uint8_t> packed(kWidth * kHeight * 2);  // Y U Y V
+    for (int y = 0; y < kHeight; ++y)
+        for (int x = 0; x < kWidth; ++x) {
+            packed[(y * kWidth + x) * 2] = planar.memory[0][y * kWidth + x];
+            packed[(y * kWidth + x) * 2 + 1] = planar.memory[1 + x % 2][(y * kWidth + x) / 2];
+        }
+    const auto plane = [&](int offset, int step, int width) {
+        return VideoPlane{packed.data() + offset, kWidth * 2, step, width, kHeight};
+    };
+    const VideoPicture yuyv{{plane(0, 2, kWidth), plane(1, 4, kWidth / 2), plane(3, 4, kWidth / 2)}, Colours::kBt709};
+    for (const Rectangle area : {Rectangle{0, 0, 96, 50}, Rectangle{-7, 9, 96, 80}, Rectangle{3, 3, 20, 11}})
+        for (const Turn turn : {Turn::kNone, Turn::kQuarter, Turn::kMirror}) {
+            const VideoWindow one{planar.picture, area, turn, kOpaque}, other{yuyv, area, turn, kOpaque};
+            EXPECT_EQ(Compose({&one, 1}, 100, 90).pixels, Compose({&other, 1}, 100, 90).pixels);
+        }
+}
+
+TEST(PaintBand, LeavesNothingOfTheFormerPictureAndMixesByAlpha) {
+    const OwnPicture red = DrawPicture(20, 20, {Flat(200), Flat(0), Flat(0)});
+    const OwnPicture green = DrawPicture(20, 20, {Flat(0), Flat(200), Flat(0)});
+    const VideoWindow windows[] = {{red.picture, {10, 10, 40, 30}, Turn::kNone, kOpaque},
+                              {green.picture, {40, 0, 30, 60}, Turn::kNone, kOpaque / 2}};
+    const Screen screen = Compose(windows, 80, 60);
+    const auto expected = [](int x, int y) -> std::array<double, 3> {
+        const bool inRed = x >= 10 && x < 50 && y >= 10 && y < 40, inGreen = x >= 40 && x < 70;
+        return {inRed ? (inGreen ? 100. : 200.) : 0., inGreen ? 100. : 0., 0.};
+    };
+    for (int y = 0; y < 60; ++y)
+        for (int x = 0; x < 80; ++x) ExpectNear(screen.Rgb(x, y), expected(x, y), 0, x, y);
+}
+
+TEST(PaintBand, BandsMakeTheSamePictureAndKeepToTheirRows) {
+    const OwnPicture large = Slopes(320, 180), small = Slopes(50, 40);
+    const VideoWindow windows[] = {{large.picture, {0, 12, 200, 111}, Turn::kFlip, kOpaque},
+                              {small.picture, {120, -9, 70, 90}, Turn::kQuarter, 100}};
+    const Screen whole = Compose(windows, 200, 140);
+    const Scene scene = ArrangeScene(windows, 200, 140);
+    Screen banded{200, 140};
+    for (int top = 0; top < 140; top += 9) {
+        const int bottom = std::min(top + 9, 140);
+        PaintBand(scene, banded.canvas(), top, bottom);
+        if (bottom < 140) {
+            EXPECT_EQ(banded.pixels[static_cast<size_t>(bottom) * 800], kStale);
+        }
+    }
+    EXPECT_EQ(banded.pixels, whole.pixels);
+}
+
+// Frame after frame, so that helpers come late, early and in the middle of the next one.
+TEST(PaintScene, ThreadsMakeTheSamePicture) {
+    const OwnPicture own = Slopes(320, 180);
+    Painters* const painters = StartPainters();
+    for (int frame = 0; frame < 100; ++frame) {
+        const VideoWindow window{own.picture, {frame, 0, 180, 500}, Turn::kNone, kOpaque};
+        Screen screen{200, 480};
+        PaintScene(*painters, ArrangeScene({&window, 1}, 200, 480), screen.canvas());
+        ASSERT_EQ(screen.pixels, Compose({&window, 1}, 200, 480).pixels) << frame;
+    }
+    StopPainters(painters);
+}
