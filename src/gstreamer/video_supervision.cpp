@@ -347,6 +347,7 @@ static Outcome FollowHdmiInput(VideoLife& life) {
         if (DeviceId != 2) sleep_for(2s);
     }
     HdmiSyncLost = 0;
+    ReadHdmiInput(life);  // the sync may have been lost for another size, which nothing else would tell
     Apply(life, Settings);
     if (!HdmiNeedsNewPipeline(TakeHdmiSnapshot(HdmiInput), pipeline.hdmiCapture, testPatternRuns, DeviceId))
         return Outcome::kGoOn;

@@ -30,7 +30,8 @@ using Board = std::shared_ptr<BoardRun>;
 Board MakeBoard();
 std::string BoardFile(const Board& board, const std::string& path);     // host path of a persistent file, folders made
 
-// Starts the emulator on the board with these words behind `run`. Console output is collected from here on.
+// Starts the emulator on the board with these words behind `run`; returns when its verbs can be used (or it has ended).
+// Console output is collected from here on.
 void StartBoard(const Board& board, const Words& words);
 Board StartNewBoard(const Words& words);
 
@@ -66,6 +67,7 @@ struct Picture {
     const uint8_t* At(size_t x, size_t y) const { return bgrx.data() + (y * width + x) * 4; }
 };
 std::optional<Picture> TakePicture(const Board& board);
+std::optional<Picture> SavePicture(const Board& board);                 // the same through `ctl picture` and its PNG
 std::optional<PictureMark> MarkIn(const Picture& picture, Window window);
 
 // Until the predicate holds for a picture taken now.

@@ -105,6 +105,16 @@ TEST(Layout, BlackFlipAndHiddenInputs) {
     }
 }
 
+TEST(Layout, PngIsWhatTheDisplayShows) {
+    const Board board = StartNewBoard(kThreeSources);
+    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    Type(board, "<SS1>\n");
+    ASSERT_TRUE(WaitUntilPicture(board, 6, [](const Picture& picture) { return ShowsAll(picture, kLayouts1080[2].shown); }));
+    const auto saved = SavePicture(board);
+    ASSERT_TRUE(saved);
+    EXPECT_TRUE(ShowsAll(*saved, kLayouts1080[2].shown)) << Map(*saved);
+}
+
 TEST(Layout, PictureRunsAtTheCamerasRate) {
     const Board board = StartNewBoard(kThreeSources);
     ASSERT_TRUE(WaitForPicture(board)) << Output(board);

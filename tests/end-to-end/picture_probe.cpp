@@ -63,7 +63,7 @@ bool ShowsAll(const Picture& picture, const std::vector<Shown>& all) {
 
 std::string Map(const Picture& picture) {
     std::string map = std::to_string(picture.width) + "x" + std::to_string(picture.height) + "\n";
-    for (size_t line = 0; line < 18; ++line) {
+    for (size_t line = 0; line < 18 && picture.width > 0; ++line) {
         for (size_t column = 0; column < 64; ++column)
             map += SourceAt(picture, (2 * column + 1) * picture.width / 128, (2 * line + 1) * picture.height / 36);
         map += '\n';
