@@ -28,6 +28,7 @@
 
 static constexpr std::array kBoardEnvironment{
     "HOME=/home/root",
+    "XDG_RUNTIME_DIR=/run",  // libraries keep their scratch files there, not on the flash
     "USER=root",
     "LANG=C",
     "PATH=/opt/board/faults:/opt/board/tools:/usr/sbin:/usr/bin:/sbin:/bin",

@@ -40,8 +40,8 @@ SecondPlaceChoice ChooseSecondPlace(const SecondPlaceFacts& facts) {
     if (facts.view != kViewS2) {
         choice.s2Count = 0;
     } else if (facts.s2Count != 0 && facts.hdmiActive && facts.camera2Present) {
-        choice.applyFirst = facts.swHdmi != facts.snapshotSwHdmi;
-        if (facts.snapshotView == kViewS2) choice.swHdmi = facts.swHdmi ? 0 : 1;
+        choice.applyFirst = facts.swHdmi != facts.shownSwHdmi;
+        if (facts.shownView == kViewS2) choice.swHdmi = facts.swHdmi ? 0 : 1;
         choice.s2Count = 0;
     }
     if (facts.deviceId != 0) return choice;

@@ -42,7 +42,7 @@ bool HdmiChangesLayout(const HdmiSnapshot& before, const HdmiSnapshot& now);
 // one is there, it is that one.
 struct SecondPlaceFacts {
     uint8_t deviceId, view, s2Count, swHdmi;
-    uint8_t snapshotView, snapshotSwHdmi;  // at the end of the last pass
+    uint8_t shownView, shownSwHdmi;  // on display: a command may be too fresh to be there
     bool hdmiActive, camera2Present;
 };
 struct SecondPlaceChoice {

@@ -226,8 +226,8 @@ static void FollowSecondPlace(VideoLife& life) {
                                     .view = Settings.View,
                                     .s2Count = Settings.S2Count,
                                     .swHdmi = Settings.SwHdmi,
-                                    .snapshotView = life.savedSettings.View,
-                                    .snapshotSwHdmi = life.savedSettings.SwHdmi,
+                                    .shownView = life.shown.view,
+                                    .shownSwHdmi = life.shown.swHdmi,
                                     .hdmiActive = HdmiInput.InputValid != 0,
                                     .camera2Present = CameraInputs[1].present != 0};
     const SecondPlaceChoice choice = ChooseSecondPlace(facts);

@@ -160,8 +160,8 @@ static constexpr SecondPlaceFacts kS2Again = {.deviceId = 0,
                                               .view = kViewS2,
                                               .s2Count = 1,
                                               .swHdmi = 0,
-                                              .snapshotView = kViewS2,
-                                              .snapshotSwHdmi = 0,
+                                              .shownView = kViewS2,
+                                              .shownSwHdmi = 0,
                                               .hdmiActive = true,
                                               .camera2Present = true};
 
@@ -170,15 +170,15 @@ TEST(SecondPlace, ChoosingS2AgainSwapsItsTwoSources) {
     EXPECT_EQ(ChooseSecondPlace(facts).swHdmi, 1);
     EXPECT_EQ(ChooseSecondPlace(facts).s2Count, 0);
     facts.swHdmi = 1;
-    facts.snapshotSwHdmi = 1;
+    facts.shownSwHdmi = 1;
     EXPECT_EQ(ChooseSecondPlace(facts).swHdmi, 0);
     EXPECT_FALSE(ChooseSecondPlace(facts).applyFirst);
 
-    facts.snapshotSwHdmi = 0;
+    facts.shownSwHdmi = 0;
     EXPECT_TRUE(ChooseSecondPlace(facts).applyFirst);
 
     facts = kS2Again;
-    facts.snapshotView = kViewSS;
+    facts.shownView = kViewSS;
     EXPECT_EQ(ChooseSecondPlace(facts).swHdmi, 0) << "the first choice only shows it";
     EXPECT_EQ(ChooseSecondPlace(facts).s2Count, 0);
 
@@ -210,8 +210,8 @@ TEST(SecondPlace, FollowsTheOnlySourceThereIsOnVariant0) {
              .view = kViewS1,
              .s2Count = 0,
              .swHdmi = 1,
-             .snapshotView = kViewS1,
-             .snapshotSwHdmi = 1,
+             .shownView = kViewS1,
+             .shownSwHdmi = 1,
              .hdmiActive = false,
              .camera2Present = false};
     EXPECT_EQ(ChooseSecondPlace(facts).swHdmi, 1);
