@@ -231,7 +231,7 @@ std::optional<Picture> TakePicture(const Board& board) {
     const auto& header = *static_cast<const DisplayHeader*>(memory);
     std::optional<Picture> picture;
     for (int tries = 0; !picture && tries < 100 && header.frames > 0; ++tries) {
-        const uint32_t newest = header.newest % kDisplaySlots;
+        const size_t newest = header.newest % kDisplaySlots;
         const DisplaySlot& slot = header.slots[newest];
         const uint32_t sequence = slot.sequence;
         if (sequence % 2 != 0) continue;

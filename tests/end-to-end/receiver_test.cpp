@@ -63,43 +63,61 @@ TEST(Receiver, BringUpWritesEveryRegisterInOrder) {
     EXPECT_EQ(writes, expected);
 }
 
-TEST(Receiver, NakAtEachAccessGivesItsMessage) {
-    struct Refusal {
-        const char* map;
-        int access;             // of those to this map, from the start of the bring-up
-        const char* message;
-    };
-    const Board board = StartNewBoard({});
-    ASSERT_TRUE(WaitForOutput(board, "In main: creating Gstreamer video thread", 30)) << Output(board);
-    for (const Refusal& refusal : {
-             Refusal{"4c", 1, "CyFxHDMIRxMainReset Reset HDMI failed 1\n"},
-             Refusal{"4c", 4, "I2C failed 1\n"},          // first of its table
-             Refusal{"4c", 25, "I2C failed 1\n"},         // last of its table
-             Refusal{"40", 1, "I2C failed 1\n"},
-             Refusal{"26", 1, "I2C failed 1\n"},
-             Refusal{"32", 1, "I2C failed 1\n"},
-             Refusal{"32", 5, "I2C failed 1\n"},
-             Refusal{"34", 8, "I2C failed 1\n"},          // behind the seven preparation writes
-             Refusal{"34", 38, "I2C failed 1\n"},
-             Refusal{"22", 3, "I2C failed 1\n"},
-             Refusal{"22", 7, "I2C failed 1\n"},
-             Refusal{"22", 8, "CyFxUsbI2cTransfer Send Data 2 failed 1\n"},
-             Refusal{"22", 9, "CyFxUsbI2cTransfer Send Data 1 failed 1\n"},
-             Refusal{"22", 10, "CyFxUsbI2cTransfer Send Data 3 failed 1\n"},
-             Refusal{"36", 1, ""},                        // no message of its own
-             Refusal{"32", 6, "write I2C KSV reg 0x74 failed 1\n"},
-         }) {
-        const size_t from = OutputSize(board);
-        Type(board, "<RESTART>\n");
-        ASSERT_TRUE(WaitForOutput(board, "Hardware ID: 0\n", 20, from)) << Output(board);
-        ASSERT_EQ(Ctl(board, {"fault", "i2c", refusal.map, "nak", std::to_string(refusal.access)}).status, 0);
-        ASSERT_TRUE(WaitForOutput(board, "In main: creating Gstreamer video thread", 20, from)) << Output(board);
-        const std::string output = Output(board).substr(from);
-        EXPECT_THAT(output, testing::HasSubstr(std::string(refusal.message) + "HDMI receiver initialization failed.\n"))
-            << refusal.map << " access " << refusal.access;
-        Ctl(board, {"fault", "i2c", refusal.map, "off"});
-    }
+// What a refused access leads to: these accesses of one map, counted from the start of the bring-up.
+struct Refusal {
+    const char* map;
+    int first, last;
+    const char* message;        // behind which the bring-up ends; null: it goes on
+};
+static constexpr const char* kTableFailed = "I2C failed 1\n";
+static constexpr Refusal kRefusals[] = {
+    {"4c", 1, 1, "CyFxHDMIRxMainReset Reset HDMI failed 1\n"},
+    {"4c", 2, 3, nullptr},      // map addresses, with the preparation
+    {"4c", 4, 25, kTableFailed},
+    {"4c", 26, 33, nullptr},    // additions of the new kernel, hot-plug pulse
+    {"40", 1, 1, kTableFailed},
+    {"26", 1, 1, kTableFailed},
+    {"32", 1, 5, kTableFailed},
+    {"32", 6, 6, "write I2C KSV reg 0x74 failed 1\n"},
+    {"34", 1, 7, nullptr},      // preparation
+    {"34", 8, 38, kTableFailed},
+    {"34", 39, 48, nullptr},    // audio mute, size of the input, hot-plug pulse
+    {"22", 1, 2, nullptr},
+    {"22", 3, 7, kTableFailed},
+    {"22", 8, 8, "CyFxUsbI2cTransfer Send Data 2 failed 1\n"},
+    {"22", 9, 9, "CyFxUsbI2cTransfer Send Data 1 failed 1\n"},
+    {"22", 10, 10, "CyFxUsbI2cTransfer Send Data 3 failed 1\n"},
+    {"36", 1, 1, ""},           // the EDID has no message of its own
+};
+
+// The fault is put up between the end of the daemon and its next start, a second later, when nobody touches the bus.
+static std::string RestartWithRefusal(const Board& board, const char* map, int access) {
+    const size_t from = OutputSize(board);
+    Type(board, "<RESTART>\n");
+    EXPECT_TRUE(WaitUntil(5, [&] { return Status(board)["daemon"]["state"] != "running"; }));
+    Ctl(board, {"fault", "i2c", map, "nak", std::to_string(access)});
+    EXPECT_TRUE(WaitForOutput(board, "In main: creating console thread\n", 20, from)) << Output(board);
+    Ctl(board, {"fault", "i2c", map, "off"});
+    return Output(board).substr(from);
 }
+
+class ReceiverRefusal : public testing::TestWithParam<const char*> {};
+
+TEST_P(ReceiverRefusal, NakAtEachAccess) {
+    const Board board = StartNewBoard({"--monitor", "none"});
+    ASSERT_TRUE(WaitForOutput(board, "In main: creating console thread\n", 30)) << Output(board);
+    const std::string failed = "HDMI receiver initialization failed.\n";
+    for (const Refusal& refusal : kRefusals)
+        for (int access = refusal.first; GetParam() == std::string(refusal.map) && access <= refusal.last; ++access) {
+            const std::string output = RestartWithRefusal(board, refusal.map, access);
+            if (refusal.message)
+                EXPECT_THAT(output, testing::HasSubstr(refusal.message + failed)) << access;
+            else
+                EXPECT_THAT(output, testing::Not(testing::HasSubstr(failed))) << access;
+        }
+}
+INSTANTIATE_TEST_SUITE_P(Maps, ReceiverRefusal, testing::Values("4c", "34", "22", "26", "32", "36", "40"),
+                         [](const auto& map) { return std::string("Map") + map.param; });
 
 TEST(Receiver, EdidFileProblemsCountAsSuccess) {
     struct File {
