@@ -33,8 +33,8 @@ struct VideoLife {
     bool started = false;        // there is something to show, and something to show it on
     uint8_t monitorPlugged = 0;  // HDMI output status
     HdmiSnapshot hdmi = {};      // HDMI input at the end of the last pass
-    uint8_t selectedInput = 0;          // Input whose receiver port was selected for this life
-    FrameSize adapted = {};             // HDMI input size that the receiver's output mode was last checked against
+    uint8_t selectedInput = 0;   // Input whose receiver port was selected for this life
+    FrameSize adapted = {};      // HDMI input size that the receiver's output mode was last checked against
     ShownSettings shown = {};    // lastView, lastSwap, lastInput and what else the picture is made from
     bool switchPending = false;  // an HDMI port change waits to be shown
 };

@@ -3,7 +3,7 @@
 
 #include "board_run.h"
 
-static constexpr double kOnePeriod = 34;        // seconds: the check's 30 and some passes
+static constexpr double kOnePeriod = 34;  // seconds: the check's 30 and some passes
 
 static int Saves(const Board& board, size_t from) {
     const std::string output = Output(board).substr(from);
@@ -13,7 +13,8 @@ static int Saves(const Board& board, size_t from) {
 }
 
 TEST(Autosave, LayoutAndSourceAloneNeverSave) {
-    const Board board = StartNewBoard({"--camera1", "fullhd-mjpeg", "--camera2", "hd-mjpeg", "--hdmi-in", "1920x1080p30"});
+    const Board board =
+        StartNewBoard({"--camera1", "fullhd-mjpeg", "--camera2", "hd-mjpeg", "--hdmi-in", "1920x1080p30"});
     ASSERT_TRUE(WaitForPicture(board)) << Output(board);
     WaitUntil(kOnePeriod, [] { return false; });
     const size_t from = OutputSize(board);
@@ -36,7 +37,7 @@ TEST(Autosave, CountedFieldIsSavedOnceWithTheLayout) {
     ASSERT_TRUE(WaitForPicture(board)) << Output(board);
     WaitUntil(kOnePeriod, [] { return false; });
     const size_t from = OutputSize(board);
-    Type(board, "<S2>\n");                      // S2Count counts, and stays while USB 2 is absent
+    Type(board, "<S2>\n");  // S2Count counts, and stays while USB 2 is absent
     ASSERT_TRUE(WaitForOutput(board, "Saving configuration.\n", kOnePeriod, from)) << Output(board);
     ASSERT_TRUE(WaitUntil(2, [&] { return SavedSettings(board).size() == 136; }));
     EXPECT_EQ(SavedSettings(board)[6], 1) << "View travels with the save";

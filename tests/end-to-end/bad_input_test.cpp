@@ -46,14 +46,16 @@ TEST(BadInput, CameraThatSendsGarbage) {
 }
 
 TEST(BadInput, EveryCameraProfileShowsItsPicture) {
-    for (const char* profile : {"yuyv-only", "h264-only", "no-fullhd", "low-rate", "timestamp", "still-image", "jpegparse",
-                                "ptz-speed", "ptz-absolute"}) {
+    for (const char* profile : {"yuyv-only", "h264-only", "no-fullhd", "low-rate", "timestamp", "still-image",
+                                "jpegparse", "ptz-speed", "ptz-absolute"}) {
         const Board board = StartNewBoard({"--camera1", profile});
         ASSERT_TRUE(WaitForPicture(board)) << profile << Output(board);
-        EXPECT_TRUE(WaitUntilPicture(board, 15, [](const Picture& picture) {
-            const auto mark = MarkIn(picture, {0, 0, picture.width, picture.height});
-            return mark && mark->source == PictureSource::kCamera1;
-        })) << profile << Seen(board);
+        EXPECT_TRUE(WaitUntilPicture(board, 15,
+                                     [](const Picture& picture) {
+                                         const auto mark = MarkIn(picture, {0, 0, picture.width, picture.height});
+                                         return mark && mark->source == PictureSource::kCamera1;
+                                     }))
+            << profile << Seen(board);
     }
 }
 
@@ -62,7 +64,8 @@ TEST(BadInput, EdidThatIsGarbageOrAbsentFallsBack) {
         const char* name;
         const char* mode;
     };
-    for (const Monitor& monitor : {Monitor{"garbage", "1920x1080"}, Monitor{"none-ddc", "1920x1080"}, Monitor{"720p60", "1280x720"}}) {
+    for (const Monitor& monitor :
+         {Monitor{"garbage", "1920x1080"}, Monitor{"none-ddc", "1920x1080"}, Monitor{"720p60", "1280x720"}}) {
         const Board board = StartNewBoard({"--camera1", "hd-mjpeg", "--monitor", monitor.name});
         EXPECT_TRUE(WaitForOutput(board, std::string(monitor.mode) + ", 32bpp\n", 40)) << monitor.name << Output(board);
         ExpectAliveAndObedient(board);
@@ -78,7 +81,9 @@ TEST(BadInput, I2cThatNeverAnswers) {
     Type(board, "<RESTART>\n");
     ASSERT_TRUE(WaitForOutput(board, "HDMI receiver initialization failed.\n", 30, from)) << Output(board);
     ASSERT_TRUE(WaitForOutput(board, "Playing video pipeline...\n", 30, from)) << Output(board);
-    EXPECT_TRUE(WaitUntilPicture(board, 12, [](const Picture& picture) { return Shows(picture, {'1', 0, 0, 1920, 1080}); }));
+    EXPECT_TRUE(WaitUntilPicture(board, 12, [](const Picture& picture) {
+        return Shows(picture, {'1', 0, 0, 1920, 1080});
+    }));
 }
 
 TEST(BadInput, DiskFullKeepsTheAppliance) {

@@ -1,8 +1,8 @@
 #include "board_run.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <png.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>

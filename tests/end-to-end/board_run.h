@@ -1,7 +1,9 @@
-// Drives one emulated board as its user would: starts `tessel-emulator run`, types on its console, asks `tessel-emulator ctl`,
-// looks at the picture. Each test owns its board; boards share nothing, so tests run side by side.
+// Drives one emulated board as its user would: starts `tessel-emulator run`, types on its console, asks
+// `tessel-emulator ctl`, looks at the picture. Each test owns its board; boards share nothing, so tests run side by
+// side.
 //
-// Waiting functions poll until the deadline and return false (or nothing) when it passes; they never fail a test themselves.
+// Waiting functions poll until the deadline and return false (or nothing) when it passes; they never fail a test
+// themselves.
 #pragma once
 
 #include <chrono>
@@ -23,12 +25,12 @@ using Seconds = std::chrono::duration<double>;
 // Sanitizers slow everything but the clocks; deadlines of things that compute are stretched by this factor.
 double Patience();
 
-struct BoardRun;                        // stops the emulator and removes the board's folder when the last owner lets go
+struct BoardRun;  // stops the emulator and removes the board's folder when the last owner lets go
 using Board = std::shared_ptr<BoardRun>;
 
 // A fresh folder for a board; files can be put into it before the start (see BoardFile).
 Board MakeBoard();
-std::string BoardFile(const Board& board, const std::string& path);     // host path of a persistent file, folders made
+std::string BoardFile(const Board& board, const std::string& path);  // host path of a persistent file, folders made
 
 // Starts the emulator on the board with these words behind `run`; returns when its verbs can be used (or it has ended).
 // Console output is collected from here on.
@@ -43,12 +45,13 @@ int StopBoard(const Board& board);
 int WaitForEnd(const Board& board, double seconds);
 
 // Console.
-void Type(const Board& board, const std::string& text);                 // as it stands: add the "\n"
-std::string Output(const Board& board);                                 // everything so far, both streams
+void Type(const Board& board, const std::string& text);  // as it stands: add the "\n"
+std::string Output(const Board& board);                  // everything so far, both streams
 size_t OutputSize(const Board& board);
 bool WaitForOutput(const Board& board, std::string_view text, double seconds, size_t from = 0);
-void CloseConsole(const Board& board);                                  // end of input
-std::string TypeAndRead(const Board& board, const std::string& line, double seconds = 0.5);  // what came behind the line
+void CloseConsole(const Board& board);  // end of input
+std::string TypeAndRead(const Board& board, const std::string& line,
+                        double seconds = 0.5);  // what came behind the line
 
 // Control verbs.
 struct CtlAnswer {
@@ -56,8 +59,8 @@ struct CtlAnswer {
     std::string out, err;
 };
 CtlAnswer Ctl(const Board& board, const Words& words);
-std::vector<Json> TraceLines(const Board& board, std::string_view what = {});    // all kinds, or one
-std::vector<std::string> ShellLines(const Board& board);                // what was run through `sh -c`, in order
+std::vector<Json> TraceLines(const Board& board, std::string_view what = {});  // all kinds, or one
+std::vector<std::string> ShellLines(const Board& board);                       // what was run through `sh -c`, in order
 Json Status(const Board& board);
 
 // The displayed picture.
@@ -67,7 +70,7 @@ struct Picture {
     const uint8_t* At(size_t x, size_t y) const { return bgrx.data() + (y * width + x) * 4; }
 };
 std::optional<Picture> TakePicture(const Board& board);
-std::optional<Picture> SavePicture(const Board& board);                 // the same through `ctl picture` and its PNG
+std::optional<Picture> SavePicture(const Board& board);  // the same through `ctl picture` and its PNG
 std::optional<PictureMark> MarkIn(const Picture& picture, Window window);
 
 // Until the predicate holds for a picture taken now.

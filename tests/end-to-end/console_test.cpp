@@ -18,9 +18,9 @@ static std::string AnswersIn(const std::string& output) {
     while (from < output.size()) {
         const size_t end = std::min(output.find('\n', from), output.size() - 1) + 1;
         const std::string line = output.substr(from, end - from);
-        for (const char* known : {"ACK\r\n", "NACK\r\n", kFraming, "Command not recognized.\n", "Current timing index.\n",
-                                  "Bad timing index.\n", "Received USBSTREAM\n", "Received USBNSTREAM\n", "I2C detected.\n",
-                                  "Top not detected.\n"})
+        for (const char* known : {"ACK\r\n", "NACK\r\n", kFraming, "Command not recognized.\n",
+                                  "Current timing index.\n", "Bad timing index.\n", "Received USBSTREAM\n",
+                                  "Received USBNSTREAM\n", "I2C detected.\n", "Top not detected.\n"})
             if (line == known) answers += line;
         from = end;
     }
@@ -106,14 +106,14 @@ TEST(Commands, ShellLinesAndFiles) {
         const char* command;
         std::vector<std::string> lines;
     };
-    for (const Effect& effect :
-         {Effect{"<BLANK 1>\n", {"echo 1 > /sys/class/graphics/fb0/blank"}},
-          Effect{"<BLANK 0>\n", {"echo 0 > /sys/class/graphics/fb0/blank"}},
-          Effect{"<DEVICEID 1>\n", {"echo DEVICEID=1 > /home/root/Tesselvisor.conf"}},
-          Effect{"<RSTUSB>\n", {"echo ci_hdrc.0 > /sys/bus/platform/drivers/ci_hdrc/unbind",
-                                "echo ci_hdrc.1 > /sys/bus/platform/drivers/ci_hdrc/unbind",
-                                "echo ci_hdrc.0 > /sys/bus/platform/drivers/ci_hdrc/bind",
-                                "echo ci_hdrc.1 > /sys/bus/platform/drivers/ci_hdrc/bind"}}}) {
+    for (const Effect& effect : {Effect{"<BLANK 1>\n", {"echo 1 > /sys/class/graphics/fb0/blank"}},
+                                 Effect{"<BLANK 0>\n", {"echo 0 > /sys/class/graphics/fb0/blank"}},
+                                 Effect{"<DEVICEID 1>\n", {"echo DEVICEID=1 > /home/root/Tesselvisor.conf"}},
+                                 Effect{"<RSTUSB>\n",
+                                        {"echo ci_hdrc.0 > /sys/bus/platform/drivers/ci_hdrc/unbind",
+                                         "echo ci_hdrc.1 > /sys/bus/platform/drivers/ci_hdrc/unbind",
+                                         "echo ci_hdrc.0 > /sys/bus/platform/drivers/ci_hdrc/bind",
+                                         "echo ci_hdrc.1 > /sys/bus/platform/drivers/ci_hdrc/bind"}}}) {
         Ctl(board, {"trace", "--clear"});
         EXPECT_THAT(TypeAndRead(board, effect.command, 2), testing::HasSubstr("ACK\r\n"));
         EXPECT_THAT(ShellLines(board), testing::IsSupersetOf(effect.lines)) << effect.command;
@@ -126,5 +126,6 @@ TEST(Commands, ShellLinesAndFiles) {
     // RST tells the USB bridge, then reboots.
     Type(board, "<RST>\n");
     ASSERT_TRUE(WaitUntil(15, [&] { return !TraceLines(board, "reset").empty(); }));
-    EXPECT_THAT(ShellLines(board), testing::IsSupersetOf({std::string("echo \"<RST>\" > /dev/ttymxc0"), std::string("reboot -f")}));
+    EXPECT_THAT(ShellLines(board),
+                testing::IsSupersetOf({std::string("echo \"<RST>\" > /dev/ttymxc0"), std::string("reboot -f")}));
 }

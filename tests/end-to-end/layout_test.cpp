@@ -51,7 +51,8 @@ static void ExpectLayouts(const Board& board, const std::vector<LayoutCase>& lay
     for (const LayoutCase& layout : layouts) {
         Type(board, std::string(layout.command) + "\n");
         EXPECT_TRUE(WaitUntilPicture(board, 4, [&](const Picture& picture) { return ShowsAll(picture, layout.shown); }))
-            << layout.command << "\n" << Map(TakePicture(board).value_or(Picture{}));
+            << layout.command << "\n"
+            << Map(TakePicture(board).value_or(Picture{}));
     }
 }
 
@@ -96,7 +97,8 @@ TEST(Layout, BlackFlipAndHiddenInputs) {
         const char* command;
         bool mirrored, upsideDown;
     };
-    for (const Flip& flip : {Flip{"<INV 1 1>\n", false, true}, Flip{"<INV 1 2>\n", true, false}, Flip{"<INV 1 0>\n", false, false}}) {
+    for (const Flip& flip :
+         {Flip{"<INV 1 1>\n", false, true}, Flip{"<INV 1 2>\n", true, false}, Flip{"<INV 1 0>\n", false, false}}) {
         Type(board, flip.command);
         EXPECT_TRUE(WaitUntilPicture(board, 4, [&](const Picture& picture) {
             const auto mark = MarkIn(picture, {0, 0, 1920, 1080});
@@ -109,7 +111,8 @@ TEST(Layout, PngIsWhatTheDisplayShows) {
     const Board board = StartNewBoard(kThreeSources);
     ASSERT_TRUE(WaitForPicture(board)) << Output(board);
     Type(board, "<SS1>\n");
-    ASSERT_TRUE(WaitUntilPicture(board, 6, [](const Picture& picture) { return ShowsAll(picture, kLayouts1080[2].shown); }));
+    ASSERT_TRUE(
+        WaitUntilPicture(board, 6, [](const Picture& picture) { return ShowsAll(picture, kLayouts1080[2].shown); }));
     const auto saved = SavePicture(board);
     ASSERT_TRUE(saved);
     EXPECT_TRUE(ShowsAll(*saved, kLayouts1080[2].shown)) << Map(*saved);
@@ -123,7 +126,10 @@ TEST(Layout, PictureRunsAtTheCamerasRate) {
         const auto picture = TakePicture(board);
         return picture ? MarkIn(*picture, {0, 0, 1920, 1080}) : std::nullopt;
     };
-    ASSERT_TRUE(WaitUntil(5, [&] { const auto mark = counter(); return mark && mark->source == PictureSource::kCamera1; }));
+    ASSERT_TRUE(WaitUntil(5, [&] {
+        const auto mark = counter();
+        return mark && mark->source == PictureSource::kCamera1;
+    }));
     const auto first = counter();
     WaitUntil(3, [] { return false; });
     const auto last = counter();

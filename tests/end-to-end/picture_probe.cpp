@@ -15,7 +15,7 @@ static constexpr std::array kColours = {
     SourceColour{'4', 170, 170},
 };
 static constexpr int kColourTolerance = 28;
-static constexpr unsigned kEdgeTolerance = 3;       // pixels: chroma of 4:2:0 and scaling blur an edge
+static constexpr unsigned kEdgeTolerance = 3;  // pixels: chroma of 4:2:0 and scaling blur an edge
 
 char SourceAt(const Picture& picture, size_t x, size_t y) {
     const uint8_t* pixel = picture.At(x, y);
@@ -39,13 +39,14 @@ static bool Outside(const Picture& picture, Point point, char source) {
 
 bool Shows(const Picture& picture, const Shown& shown) {
     if (shown.right > picture.width || shown.bottom > picture.height) return false;
-    const auto mark =
-        MarkIn(picture, {shown.left, shown.top, shown.right - shown.left, shown.bottom - shown.top});
+    const auto mark = MarkIn(picture, {shown.left, shown.top, shown.right - shown.left, shown.bottom - shown.top});
     if (!mark || char('0' + int(mark->source)) != shown.source) return false;
-    // Probes at three quarters of the height and a quarter of the width keep clear of the mark above and the number inside.
+    // Probes at three quarters of the height and a quarter of the width keep clear of the mark above and the number
+    // inside.
     const long y = shown.top + (shown.bottom - shown.top) * 3 / 4, x = shown.left + (shown.right - shown.left) / 4;
     const long edge = kEdgeTolerance;
-    const std::array inside = {Point{shown.left + edge, y}, Point{shown.right - 1 - edge, y}, Point{x, shown.bottom - 1 - edge}};
+    const std::array inside = {Point{shown.left + edge, y}, Point{shown.right - 1 - edge, y},
+                               Point{x, shown.bottom - 1 - edge}};
     const std::array outside = {Point{shown.left - edge, y}, Point{shown.right - 1 + edge, y},
                                 Point{x, shown.bottom - 1 + edge}, Point{x, long(shown.top) - edge}};
     for (const Point& point : inside)

@@ -7,32 +7,26 @@
 
 struct Write {
     const char* map;
-    const char* bytes;      // register and data, as they go over the wire
+    const char* bytes;  // register and data, as they go over the wire
 };
 
-// Every register write of the bring-up on a new kernel with a small (or no) input, in order. The EDID goes in one transfer.
+// Every register write of the bring-up on a new kernel with a small (or no) input, in order. The EDID goes in one
+// transfer.
 static const std::vector<Write> kBringUp = {
-    {"4c", "ff80"}, {"4c", "fd44"}, {"4c", "fb68"},
-    {"22", "0100"}, {"34", "6f0c"}, {"34", "851f"}, {"34", "8770"}, {"34", "57da"}, {"34", "5801"}, {"34", "0390"},
-    {"34", "4c44"}, {"22", "3e80"},
-    {"4c", "02f5"}, {"4c", "0c42"}, {"4c", "15a0"}, {"4c", "0460"}, {"4c", "0106"}, {"4c", "0008"}, {"4c", "0320"},
-    {"4c", "0528"}, {"4c", "143f"}, {"4c", "40e2"}, {"4c", "6ea8"}, {"4c", "20fc"}, {"4c", "19c8"}, {"4c", "3340"},
-    {"4c", "06a0"}, {"4c", "f480"}, {"4c", "f57c"}, {"4c", "f84c"}, {"4c", "f964"}, {"4c", "fa6c"}, {"4c", "fb68"},
-    {"4c", "fd44"},
-    {"4c", "0480"}, {"4c", "06a1"}, {"4c", "0380"}, {"4c", "1988"},
-    {"40", "2a3e"}, {"26", "b503"},
-    {"32", "7400"}, {"32", "7600"}, {"32", "53ff"}, {"32", "52ff"}, {"32", "7001"},
-    {"34", "c003"}, {"34", "0080"}, {"34", "0104"}, {"34", "0203"}, {"34", "0398"}, {"34", "1025"}, {"34", "1b08"},
-    {"34", "4504"}, {"34", "97c0"}, {"34", "3d10"}, {"34", "3e69"}, {"34", "3f46"}, {"34", "4efe"}, {"34", "4f08"},
-    {"34", "5000"}, {"34", "57a3"}, {"34", "5807"}, {"34", "6ca2"}, {"34", "6f08"}, {"34", "7300"}, {"34", "83fc"},
-    {"34", "8403"}, {"34", "851f"}, {"34", "869b"}, {"34", "8903"}, {"34", "9b03"}, {"34", "9303"}, {"34", "5a80"},
-    {"34", "9c80"}, {"34", "9cc0"}, {"34", "9c00"},
-    {"22", "c010"}, {"22", "c180"}, {"22", "c280"}, {"22", "bf17"}, {"22", "ba01"},
-    {"34", "1a10"},                                     // audio muted
-    {"22", "bd00"}, {"22", "c92d"},
-    {"36", "00edid"}, {"32", "7403"},
-    {"34", "6ca1"}, {"4c", "2078"}, {"4c", "20f0"}, {"34", "6ca2"},
-    {"34", "6ca1"}, {"4c", "20b8"}, {"4c", "20f0"}, {"34", "6ca2"},
+    {"4c", "ff80"}, {"4c", "fd44"}, {"4c", "fb68"},   {"22", "0100"}, {"34", "6f0c"}, {"34", "851f"}, {"34", "8770"},
+    {"34", "57da"}, {"34", "5801"}, {"34", "0390"},   {"34", "4c44"}, {"22", "3e80"}, {"4c", "02f5"}, {"4c", "0c42"},
+    {"4c", "15a0"}, {"4c", "0460"}, {"4c", "0106"},   {"4c", "0008"}, {"4c", "0320"}, {"4c", "0528"}, {"4c", "143f"},
+    {"4c", "40e2"}, {"4c", "6ea8"}, {"4c", "20fc"},   {"4c", "19c8"}, {"4c", "3340"}, {"4c", "06a0"}, {"4c", "f480"},
+    {"4c", "f57c"}, {"4c", "f84c"}, {"4c", "f964"},   {"4c", "fa6c"}, {"4c", "fb68"}, {"4c", "fd44"}, {"4c", "0480"},
+    {"4c", "06a1"}, {"4c", "0380"}, {"4c", "1988"},   {"40", "2a3e"}, {"26", "b503"}, {"32", "7400"}, {"32", "7600"},
+    {"32", "53ff"}, {"32", "52ff"}, {"32", "7001"},   {"34", "c003"}, {"34", "0080"}, {"34", "0104"}, {"34", "0203"},
+    {"34", "0398"}, {"34", "1025"}, {"34", "1b08"},   {"34", "4504"}, {"34", "97c0"}, {"34", "3d10"}, {"34", "3e69"},
+    {"34", "3f46"}, {"34", "4efe"}, {"34", "4f08"},   {"34", "5000"}, {"34", "57a3"}, {"34", "5807"}, {"34", "6ca2"},
+    {"34", "6f08"}, {"34", "7300"}, {"34", "83fc"},   {"34", "8403"}, {"34", "851f"}, {"34", "869b"}, {"34", "8903"},
+    {"34", "9b03"}, {"34", "9303"}, {"34", "5a80"},   {"34", "9c80"}, {"34", "9cc0"}, {"34", "9c00"}, {"22", "c010"},
+    {"22", "c180"}, {"22", "c280"}, {"22", "bf17"},   {"22", "ba01"}, {"34", "1a10"},  // audio muted
+    {"22", "bd00"}, {"22", "c92d"}, {"36", "00edid"}, {"32", "7403"}, {"34", "6ca1"}, {"4c", "2078"}, {"4c", "20f0"},
+    {"34", "6ca2"}, {"34", "6ca1"}, {"4c", "20b8"},   {"4c", "20f0"}, {"34", "6ca2"},
 };
 
 static std::string Lower(std::string text) {
@@ -67,27 +61,27 @@ TEST(Receiver, BringUpWritesEveryRegisterInOrder) {
 struct Refusal {
     const char* map;
     int first, last;
-    const char* message;        // behind which the bring-up ends; null: it goes on
+    const char* message;  // behind which the bring-up ends; null: it goes on
 };
 static constexpr const char* kTableFailed = "I2C failed 1\n";
 static constexpr Refusal kRefusals[] = {
     {"4c", 1, 1, "CyFxHDMIRxMainReset Reset HDMI failed 1\n"},
-    {"4c", 2, 3, nullptr},      // map addresses, with the preparation
+    {"4c", 2, 3, nullptr},  // map addresses, with the preparation
     {"4c", 4, 25, kTableFailed},
-    {"4c", 26, 33, nullptr},    // additions of the new kernel, hot-plug pulse
+    {"4c", 26, 33, nullptr},  // additions of the new kernel, hot-plug pulse
     {"40", 1, 1, kTableFailed},
     {"26", 1, 1, kTableFailed},
     {"32", 1, 5, kTableFailed},
     {"32", 6, 6, "write I2C KSV reg 0x74 failed 1\n"},
-    {"34", 1, 7, nullptr},      // preparation
+    {"34", 1, 7, nullptr},  // preparation
     {"34", 8, 38, kTableFailed},
-    {"34", 39, 48, nullptr},    // audio mute, size of the input, hot-plug pulse
+    {"34", 39, 48, nullptr},  // audio mute, size of the input, hot-plug pulse
     {"22", 1, 2, nullptr},
     {"22", 3, 7, kTableFailed},
     {"22", 8, 8, "CyFxUsbI2cTransfer Send Data 2 failed 1\n"},
     {"22", 9, 9, "CyFxUsbI2cTransfer Send Data 1 failed 1\n"},
     {"22", 10, 10, "CyFxUsbI2cTransfer Send Data 3 failed 1\n"},
-    {"36", 1, 1, ""},           // the EDID has no message of its own
+    {"36", 1, 1, ""},  // the EDID has no message of its own
 };
 
 // The fault is put up between the end of the daemon and its next start, a second later, when nobody touches the bus.
@@ -121,7 +115,7 @@ INSTANTIATE_TEST_SUITE_P(Maps, ReceiverRefusal, testing::Values("4c", "34", "22"
 
 TEST(Receiver, EdidFileProblemsCountAsSuccess) {
     struct File {
-        size_t size;            // 0: missing
+        size_t size;  // 0: missing
         const char* message;
     };
     for (const File& file : {File{0, "File h error\r"}, File{301, "Reading h error\r"}, File{256, ""}}) {
@@ -138,7 +132,8 @@ TEST(Receiver, EdidFileProblemsCountAsSuccess) {
         EXPECT_THAT(output, testing::HasSubstr(file.message));
         EXPECT_THAT(output, testing::Not(testing::HasSubstr("HDMI receiver initialization failed")));
         bool programmed = false;
-        for (const Json& transfer : TraceLines(board, "i2c")) programmed |= MapOf(transfer) == "36" && IsWrite(transfer);
+        for (const Json& transfer : TraceLines(board, "i2c"))
+            programmed |= MapOf(transfer) == "36" && IsWrite(transfer);
         EXPECT_EQ(programmed, file.size == 256);
     }
 }

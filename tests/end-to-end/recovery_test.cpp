@@ -26,15 +26,18 @@ static Baseline Measure(const Board& board) {
 // Streaming threads and files come and go for a moment after a rebuild.
 static void ExpectBackTo(const Board& board, const Baseline& before) {
     Baseline now{};
-    EXPECT_TRUE(WaitUntil(20, [&] {
-        now = Measure(board);
-        return now.threads <= before.threads && now.descriptors <= before.descriptors && now.processes <= before.processes;
-    })) << "threads " << before.threads << " -> " << now.threads << ", descriptors " << before.descriptors << " -> "
+    EXPECT_TRUE(WaitUntil(20,
+                          [&] {
+                              now = Measure(board);
+                              return now.threads <= before.threads && now.descriptors <= before.descriptors &&
+                                     now.processes <= before.processes;
+                          }))
+        << "threads " << before.threads << " -> " << now.threads << ", descriptors " << before.descriptors << " -> "
         << now.descriptors << ", processes " << before.processes << " -> " << now.processes;
 }
 
-// Waits that a device change costs by design: 1 s until the events are quiet, up to one pass, 1 s between two lives, 1 s of
-// first bus wait; and the camera's own start.
+// Waits that a device change costs by design: 1 s until the events are quiet, up to one pass, 1 s between two lives, 1
+// s of first bus wait; and the camera's own start.
 static constexpr double kDeviceChangeSeconds = 1.0 + 0.1 + 1.0 + 1.0 + 1.0;
 
 TEST(Recovery, CameraUnpluggedInMidStream) {
@@ -43,7 +46,7 @@ TEST(Recovery, CameraUnpluggedInMidStream) {
     ASSERT_TRUE(ShowsSource(board, '1', 8)) << Seen(board);
     Baseline before{};
     for (int round = 0; round < kRounds; ++round) {
-        if (round == 2) before = Measure(board);        // by now the libraries have the threads that they keep
+        if (round == 2) before = Measure(board);  // by now the libraries have the threads that they keep
         ASSERT_EQ(Ctl(board, {"camera", "1", "unplug"}).status, 0);
         Type(board, "<S2>\n");
         ASSERT_TRUE(ShowsSource(board, '2', kDeviceChangeSeconds + 1)) << "round " << round << Seen(board);
@@ -112,7 +115,8 @@ TEST(Recovery, HostStreamingKeepsThePictureWithoutAMonitor) {
     ASSERT_TRUE(WaitForOutput(board, "Playing video pipeline...\n", 5)) << Output(board);
     size_t from = OutputSize(board);
     Type(board, "<USBNSTREAM>\n");
-    ASSERT_TRUE(WaitForOutput(board, "Pausing video pipeline since we received STOP event...\n", 3, from)) << Output(board);
+    ASSERT_TRUE(WaitForOutput(board, "Pausing video pipeline since we received STOP event...\n", 3, from))
+        << Output(board);
     ASSERT_TRUE(WaitForOutput(board, "Video pipeline destroyed.\n", 5, from)) << Output(board);
     EXPECT_FALSE(WaitForOutput(board, "Playing video pipeline", 4, from));
 }

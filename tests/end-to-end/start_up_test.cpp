@@ -14,7 +14,9 @@ using testing::Not;
 
 static constexpr const char* kAudioFailed = "Audio channel setup failed.\nInitialization failed.\n";
 
-static void WriteFile(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
+static void WriteFile(const std::string& path, const std::string& text) {
+    std::ofstream(path, std::ios::binary) << text;
+}
 
 // The texts appear in this order, each after the one before it.
 static void ExpectInOrder(const std::string& output, const std::vector<std::string>& texts) {
@@ -41,14 +43,17 @@ static Ended RunOnce(const Board& board, Words words, const Words& arguments = {
     return {status, Output(board)};
 }
 
-static Ended OneShot(const Words& arguments, const Words& options = {}) { return RunOnce(MakeBoard(), options, arguments); }
+static Ended OneShot(const Words& arguments, const Words& options = {}) {
+    return RunOnce(MakeBoard(), options, arguments);
+}
 
 TEST(StartUp, FreshBoardComesUpInOrder) {
     const Board board = StartNewBoard({"--camera1", "fullhd-mjpeg"});
     ASSERT_TRUE(WaitForOutput(board, "Playing video pipeline...\n", 30)) << Output(board);
     ExpectInOrder(Output(board),
                   {kAudioFailed, "Can't open application config file.\n", "Tesselvisor Version 2.0.12\n",
-                   "---------------------------------------------\n", "Hardware ID: 0\n", "Read configuration failed. Apply default values.\n", "In main: creating UART thread\n",
+                   "---------------------------------------------\n", "Hardware ID: 0\n",
+                   "Read configuration failed. Apply default values.\n", "In main: creating UART thread\n",
                    "In main: creating console thread\n", "In main: creating Gstreamer video thread\n"});
     EXPECT_THAT(Output(board), HasSubstr("File config error\n"));
     ExpectInOrder(Ctl(board, {"journal"}).out,
@@ -61,13 +66,15 @@ TEST(StartUp, FreshBoardComesUpInOrder) {
         const std::string what = entry["what"];
         if (what == "i2c") story += "i2c " + entry["address"].get<std::string>() + "\n";
         if (what == "gpio") story += "gpio " + std::to_string(entry["line"].get<int>()) + "\n";
-        if (what == "exec" && entry["arguments"][0] == "sh") story += "run " + entry["arguments"].back().get<std::string>() + "\n";
+        if (what == "exec" && entry["arguments"][0] == "sh")
+            story += "run " + entry["arguments"].back().get<std::string>() + "\n";
         if (what == "watchdog") story += "watchdog\n";
     }
-    ExpectInOrder(story, {"run uname -a\n", "i2c 53\n", "i2c 21\n", "run uname -a\n", "gpio 7\n", "gpio 104\n",
-                          "run ifconfig eth0 | grep 'HWaddr'\n", "gpio 41\n", "i2c 4C\n", "i2c 34\n", "i2c 36\n", "gpio 43\n",
-                          "run fbset -fb /dev/fb0", "run fbset -fb /dev/fb2", "run echo 0 > /sys/class/graphics/fb0/blank",
-                          "watchdog\n", "run stty -F /dev/ttymxc2 eol2 '>' -echo\n"});
+    ExpectInOrder(story,
+                  {"run uname -a\n", "i2c 53\n", "i2c 21\n", "run uname -a\n", "gpio 7\n", "gpio 104\n",
+                   "run ifconfig eth0 | grep 'HWaddr'\n", "gpio 41\n", "i2c 4C\n", "i2c 34\n", "i2c 36\n", "gpio 43\n",
+                   "run fbset -fb /dev/fb0", "run fbset -fb /dev/fb2", "run echo 0 > /sys/class/graphics/fb0/blank",
+                   "watchdog\n", "run stty -F /dev/ttymxc2 eol2 '>' -echo\n"});
 }
 
 TEST(StartUp, GovernorCoresAndOldKernelRegister) {
@@ -97,13 +104,14 @@ TEST(OneShot, ModesPrintAndEndWithStatusZero) {
         Words arguments;
         const char* output;
     };
-    const std::string usage = "Bad I2C command\n./Tesselvisor i2c read i2cbus address register data\n"
-                              "./Tesselvisor i2c write i2cbus address register data\n";
-    for (const Mode& mode : {Mode{{"version"}, "Version 2.0.12\n"}, Mode{{"ver"}, "Version 2.0.12\n"},
-                             Mode{{"deviceid"}, "DeviceID 2\n"}, Mode{{"video"}, "Video unlocked\n"},
-                             Mode{{"i2c", "read", "2", "48", "0"}, "I2C RD - reg = 0 : value = 10\n"},
-                             Mode{{"i2c", "write", "2", "48", "1F", "a5"}, "I2C WR - reg = 1F : value = A5\n"},
-                             Mode{{"i2c", "read", "1", "53"}, usage.c_str()}}) {
+    const std::string usage =
+        "Bad I2C command\n./Tesselvisor i2c read i2cbus address register data\n"
+        "./Tesselvisor i2c write i2cbus address register data\n";
+    for (const Mode& mode :
+         {Mode{{"version"}, "Version 2.0.12\n"}, Mode{{"ver"}, "Version 2.0.12\n"}, Mode{{"deviceid"}, "DeviceID 2\n"},
+          Mode{{"video"}, "Video unlocked\n"}, Mode{{"i2c", "read", "2", "48", "0"}, "I2C RD - reg = 0 : value = 10\n"},
+          Mode{{"i2c", "write", "2", "48", "1F", "a5"}, "I2C WR - reg = 1F : value = A5\n"},
+          Mode{{"i2c", "read", "1", "53"}, usage.c_str()}}) {
         const Ended ended = OneShot(mode.arguments, {"--device-id", "2"});
         EXPECT_EQ(ended.status, 0);
         EXPECT_THAT(ended.output, HasSubstr(mode.output)) << testing::PrintToString(mode.arguments);
@@ -118,7 +126,8 @@ TEST(OneShot, ModesPrintAndEndWithStatusZero) {
 TEST(StartUp, UnknownHardwareStopsAfterTheBanner) {
     const Ended ended = RunOnce(MakeBoard(), {"--device-id", "4"});
     EXPECT_EQ(ended.status, 0);
-    ExpectInOrder(ended.output, {"---------------------------------------------\n", "Hardware not recognized. Exit.\n"});
+    ExpectInOrder(ended.output,
+                  {"---------------------------------------------\n", "Hardware not recognized. Exit.\n"});
     EXPECT_THAT(ended.output, Not(HasSubstr("Hardware ID")));
 }
 
@@ -158,9 +167,9 @@ TEST(Settings, DamagedFilesAreReplacedByDefaults) {
     good[2] = 1;
     good[0] = char(0xac);
     std::string swapped = good;
-    swapped[7] = 1;                                     // covered by the checksum
+    swapped[7] = 1;  // covered by the checksum
     std::string beyond = good;
-    beyond[102] = 5;                                    // Ain1 is not
+    beyond[102] = 5;  // Ain1 is not
     for (const File& file : {File{"", "Reading config error\n"}, File{good.substr(0, 135), "Reading config error\n"},
                              File{swapped, "Bad config checksum. Apply default values.\n"},
                              File{std::string(136, '\xff'), "Bad config checksum. Apply default values.\n"},
@@ -184,7 +193,7 @@ TEST(ProcessControl, QuitDisarmsRestartDoesNot) {
     struct End {
         const char* command;
         int status;
-        const char* last;       // the watchdog's last event
+        const char* last;  // the watchdog's last event
     };
     for (const End& end : {End{"<QUIT>\n", 0, "disarm"}, End{"<RESTART>\n", 0, "close"}}) {
         const Board board = StartNewBoard({"--no-restart"});

@@ -44,9 +44,9 @@ Shade Flat(double value) {
 
 // A different slope in each component: any turn or shift of the wrong kind shows.
 OwnPicture Slopes(int width, int height) {
-    return DrawPicture(width, height, {[](double u, double) { return 20 + 200 * u; },
-                                       [](double, double v) { return 20 + 200 * v; },
-                                       [](double u, double v) { return 20 + 100 * u + 100 * v; }});
+    return DrawPicture(width, height,
+                       {[](double u, double) { return 20 + 200 * u; }, [](double, double v) { return 20 + 200 * v; },
+                        [](double u, double v) { return 20 + 100 * u + 100 * v; }});
 }
 
 struct Screen {
@@ -68,17 +68,24 @@ Screen Compose(std::span<const VideoWindow> windows, int width, int height) {
 // Where in an upright picture a point of the turned one comes from.
 std::pair<double, double> Unturned(Turn turn, double u, double v) {
     switch (turn) {
-        case Turn::kQuarter: return {v, 1 - u};
-        case Turn::kHalf: return {1 - u, 1 - v};
-        case Turn::kThreeQuarters: return {1 - v, u};
-        case Turn::kMirror: return {1 - u, v};
-        case Turn::kFlip: return {u, 1 - v};
-        default: return {u, v};
+        case Turn::kQuarter:
+            return {v, 1 - u};
+        case Turn::kHalf:
+            return {1 - u, 1 - v};
+        case Turn::kThreeQuarters:
+            return {1 - v, u};
+        case Turn::kMirror:
+            return {1 - u, v};
+        case Turn::kFlip:
+            return {u, 1 - v};
+        default:
+            return {u, v};
     }
 }
 
 void ExpectNear(std::array<int, 3> got, std::array<double, 3> wanted, double tolerance, int x, int y) {
-    for (size_t i = 0; i < 3; ++i) ASSERT_NEAR(got[i], wanted[i], tolerance) << "component " << i << " at " << x << "," << y;
+    for (size_t i = 0; i < 3; ++i)
+        ASSERT_NEAR(got[i], wanted[i], tolerance) << "component " << i << " at " << x << "," << y;
 }
 
 }  // namespace
@@ -127,8 +134,8 @@ TEST(PaintBand, ScalesAndTurnsAnyGeometryExactly) {
             const double tolerance = 2.5 + 100. / std::min({geometry.width, geometry.height, area.width, area.height});
             for (int y = std::max(area.top, 0); y < std::min(area.top + area.height, 300); y += 3)
                 for (int x = std::max(area.left, 0); x < std::min(area.left + area.width, 400); ++x) {
-                    const auto [u, v] = Unturned(window.turn, (x - area.left + .5) / area.width,
-                                                 (y - area.top + .5) / area.height);
+                    const auto [u, v] =
+                        Unturned(window.turn, (x - area.left + .5) / area.width, (y - area.top + .5) / area.height);
                     ExpectNear(screen.Rgb(x, y), {20 + 200 * u, 20 + 200 * v, 20 + 100 * (u + v)}, tolerance, x, y);
                     if (HasFatalFailure()) return;
                 }
@@ -183,11 +190,11 @@ TEST(PaintBand, KnowsTheColourEncodings) {
 // The same samples interleaved in one plane or in three give the same canvas, at every size and turn.
 TEST(PaintBand, ReadsPackedPicturesLikePlanarOnes) {
     constexpr int kWidth = 96, kHeight = 50;
-    const OwnPicture planar = DrawPicture(kWidth, kHeight,
-                                          {[](double u, double v) { return 16 + 110 * u + 109 * v; },
-                                           [](double u, double) { return 30 + 190 * u; },
-                                           [](double, double v) { return 30 + 190 * v; }},
-                                          Colours::kBt709, 1, 0);
+    const OwnPicture planar =
+        DrawPicture(kWidth, kHeight,
+                    {[](double u, double v) { return 16 + 110 * u + 109 * v; },
+                     [](double u, double) { return 30 + 190 * u; }, [](double, double v) { return 30 + 190 * v; }},
+                    Colours::kBt709, 1, 0);
     std::vector<uint8_t> packed(kWidth * kHeight * 2);  // Y U Y V
     for (int y = 0; y < kHeight; ++y)
         for (int x = 0; x < kWidth; ++x) {
@@ -209,7 +216,7 @@ TEST(PaintBand, LeavesNothingOfTheFormerPictureAndMixesByAlpha) {
     const OwnPicture red = DrawPicture(20, 20, {Flat(200), Flat(0), Flat(0)});
     const OwnPicture green = DrawPicture(20, 20, {Flat(0), Flat(200), Flat(0)});
     const VideoWindow windows[] = {{red.picture, {10, 10, 40, 30}, Turn::kNone, kOpaque},
-                              {green.picture, {40, 0, 30, 60}, Turn::kNone, kOpaque / 2}};
+                                   {green.picture, {40, 0, 30, 60}, Turn::kNone, kOpaque / 2}};
     const Screen screen = Compose(windows, 80, 60);
     const auto expected = [](int x, int y) -> std::array<double, 3> {
         const bool inRed = x >= 10 && x < 50 && y >= 10 && y < 40, inGreen = x >= 40 && x < 70;
@@ -222,7 +229,7 @@ TEST(PaintBand, LeavesNothingOfTheFormerPictureAndMixesByAlpha) {
 TEST(PaintBand, BandsMakeTheSamePictureAndKeepToTheirRows) {
     const OwnPicture large = Slopes(320, 180), small = Slopes(50, 40);
     const VideoWindow windows[] = {{large.picture, {0, 12, 200, 111}, Turn::kFlip, kOpaque},
-                              {small.picture, {120, -9, 70, 90}, Turn::kQuarter, 100}};
+                                   {small.picture, {120, -9, 70, 90}, Turn::kQuarter, 100}};
     const Screen whole = Compose(windows, 200, 140);
     const Scene scene = ArrangeScene(windows, 200, 140);
     Screen banded{200, 140};
