@@ -26,7 +26,7 @@ struct FrameOrder {
     size_t width = 0, height = 0;  // of the frame
     size_t pictureWidth = 0,
            pictureHeight = 0;    // of the picture: cropped or padded with black, from the top left (raw)
-    v4l2_fract interval{1, 30};  // seconds from frame to frame; neither part 0
+    v4l2_fract interval{1, 30};  // seconds from frame to frame; neither number 0
     std::string recording;       // path of a film to play in place of the picture
     bool operator==(const FrameOrder& other) const;
 };

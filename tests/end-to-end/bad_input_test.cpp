@@ -9,12 +9,6 @@ static void ExpectAliveAndObedient(const Board& board) {
     EXPECT_THAT(Output(board), testing::Not(testing::HasSubstr("Sanitizer"))) << "a sanitizer spoke";
 }
 
-static bool ShowsCamera2(const Board& board) {
-    return WaitUntilPicture(board, 12, [](const Picture& picture) { return Shows(picture, {'2', 0, 0, 1920, 1080}); });
-}
-
-static std::string Seen(const Board& board) { return Map(TakePicture(board).value_or(Picture{})) + Output(board); }
-
 class LyingCamera : public testing::TestWithParam<const char*> {};
 
 TEST_P(LyingCamera, IsSurvived) {
@@ -23,7 +17,7 @@ TEST_P(LyingCamera, IsSurvived) {
     Type(board, "<S2>\n");
     // The camera with odd sizes is asked for one that it lacks, so its pipeline fails and is built again and again.
     if (std::string_view(GetParam()) != "odd-sizes") {
-        EXPECT_TRUE(ShowsCamera2(board)) << Seen(board);
+        EXPECT_TRUE(ShowsFull(board, '2', 12)) << Seen(board);
     }
     for (const char* layout : {"<PPTL1>\n", "<PPTL2>\n", "<TB>\n", "<BS>\n", "<SS>\n"}) TypeAndRead(board, layout);
     ExpectAliveAndObedient(board);
@@ -41,7 +35,7 @@ TEST(BadInput, CameraThatSendsGarbage) {
     ASSERT_EQ(Ctl(board, {"camera", "1", "garbage"}).status, 0);
     WaitUntil(4, [] { return false; });
     Type(board, "<S2>\n");
-    EXPECT_TRUE(ShowsCamera2(board)) << Seen(board);
+    EXPECT_TRUE(ShowsFull(board, '2', 12)) << Seen(board);
     ExpectAliveAndObedient(board);
 }
 

@@ -3,14 +3,6 @@
 
 #include "picture_probe.h"
 
-static bool ShowsFull(const Board& board, char source, double seconds = 8) {
-    return WaitUntilPicture(board, seconds, [source](const Picture& picture) {
-        return Shows(picture, {source, 0, 0, unsigned(picture.width), unsigned(picture.height)});
-    });
-}
-
-static std::string Seen(const Board& board) { return Map(TakePicture(board).value_or(Picture{})) + Output(board); }
-
 class InputSwitch : public testing::TestWithParam<int> {};
 
 TEST_P(InputSwitch, SelectsEachOfFourInputs) {

@@ -91,7 +91,7 @@ TEST(Layout, BlackFlipAndHiddenInputs) {
     Type(board, "<BLK>\n");
     EXPECT_TRUE(WaitUntilPicture(board, 4, black));
     Type(board, "<SHW>\n");
-    EXPECT_FALSE(WaitUntilPicture(board, 1, black) && !WaitUntilPicture(board, 3, [&](auto& p) { return !black(p); }));
+    EXPECT_TRUE(WaitUntilPicture(board, 4, [&](const Picture& picture) { return !black(picture); }));
 
     struct Flip {
         const char* command;

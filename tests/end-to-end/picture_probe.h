@@ -16,5 +16,9 @@ struct Shown {
 bool Shows(const Picture& picture, const Shown& shown);
 bool ShowsAll(const Picture& picture, const std::vector<Shown>& all);
 
+// Waits until the source alone fills the display with a running picture: one that stood there before does not count.
+bool ShowsFull(const Board& board, char source, double seconds = 8);
+
 // Tells what is seen instead, for failure messages: a coarse map of the picture, one character a cell.
 std::string Map(const Picture& picture);
+std::string Seen(const Board& board);  // that map of the picture now, and the console

@@ -6,14 +6,6 @@
 
 static constexpr int kRounds = 20;
 
-static bool ShowsSource(const Board& board, char source, double seconds) {
-    return WaitUntilPicture(board, seconds, [source](const Picture& picture) {
-        return Shows(picture, {source, 0, 0, unsigned(picture.width), unsigned(picture.height)});
-    });
-}
-
-static std::string Seen(const Board& board) { return Map(TakePicture(board).value_or(Picture{})) + Output(board); }
-
 struct Baseline {
     int threads, descriptors, processes;
 };
@@ -43,16 +35,16 @@ static constexpr double kDeviceChangeSeconds = 1.0 + 0.1 + 1.0 + 1.0 + 1.0;
 TEST(Recovery, CameraUnpluggedInMidStream) {
     const Board board = StartNewBoard({"--camera1", "fullhd-mjpeg", "--camera2", "hd-mjpeg"});
     ASSERT_TRUE(WaitForPicture(board)) << Output(board);
-    ASSERT_TRUE(ShowsSource(board, '1', 8)) << Seen(board);
+    ASSERT_TRUE(ShowsFull(board, '1', 8)) << Seen(board);
     Baseline before{};
     for (int round = 0; round < kRounds; ++round) {
         if (round == 2) before = Measure(board);  // by now the libraries have the threads that they keep
         ASSERT_EQ(Ctl(board, {"camera", "1", "unplug"}).status, 0);
         Type(board, "<S2>\n");
-        ASSERT_TRUE(ShowsSource(board, '2', kDeviceChangeSeconds + 1)) << "round " << round << Seen(board);
+        ASSERT_TRUE(ShowsFull(board, '2', kDeviceChangeSeconds + 1)) << "round " << round << Seen(board);
         ASSERT_EQ(Ctl(board, {"camera", "1", "plug", "fullhd-mjpeg"}).status, 0);
         Type(board, "<S1>\n");
-        ASSERT_TRUE(ShowsSource(board, '1', kDeviceChangeSeconds + 1)) << "round " << round << Seen(board);
+        ASSERT_TRUE(ShowsFull(board, '1', kDeviceChangeSeconds + 1)) << "round " << round << Seen(board);
     }
     ExpectBackTo(board, before);
 }
@@ -69,7 +61,7 @@ TEST(Recovery, MonitorUnplugged) {
         from = OutputSize(board);
         ASSERT_EQ(Ctl(board, {"monitor", "plug"}).status, 0);
         ASSERT_TRUE(WaitForOutput(board, "Playing video pipeline...\n", 5, from)) << "round " << round << Output(board);
-        ASSERT_TRUE(ShowsSource(board, '1', 4)) << "round " << round << Seen(board);
+        ASSERT_TRUE(ShowsFull(board, '1', 4)) << "round " << round << Seen(board);
     }
     EXPECT_TRUE(TraceLines(board, "reset").empty()) << "no watchdog reset on the way";
 }
@@ -78,7 +70,7 @@ TEST(Recovery, HdmiSourceChangesItsSize) {
     const Board board = StartNewBoard({"--camera1", "hd-mjpeg", "--hdmi-in", "1920x1080p30"});
     ASSERT_TRUE(WaitForPicture(board)) << Output(board);
     Type(board, "<S2>\n");
-    ASSERT_TRUE(ShowsSource(board, '3', 8)) << Seen(board);
+    ASSERT_TRUE(ShowsFull(board, '3', 8)) << Seen(board);
     Baseline before{};
     const char* const modes[] = {"1280x720p60", "1920x1080p30"};
     for (int round = 0; round < kRounds; ++round) {
@@ -87,12 +79,12 @@ TEST(Recovery, HdmiSourceChangesItsSize) {
         ASSERT_EQ(Ctl(board, {"hdmi-in", "0", mode}).status, 0);
         // The restart of the input plug-in takes 2 s, two lives are 1 s apart, the first bus wait lasts 1 s.
         WaitUntil(0.5, [] { return false; });
-        ASSERT_TRUE(ShowsSource(board, '3', 2 + 1 + 1 + 1 + 1)) << "round " << round << mode << Seen(board);
+        ASSERT_TRUE(ShowsFull(board, '3', 2 + 1 + 1 + 1 + 1)) << "round " << round << mode << Seen(board);
     }
     ASSERT_EQ(Ctl(board, {"hdmi-in", "0", "off"}).status, 0);
     ASSERT_TRUE(WaitUntilPicture(board, 4, [](const Picture& picture) { return SourceAt(picture, 480, 900) == '.'; }));
     ASSERT_EQ(Ctl(board, {"hdmi-in", "0", "1920x1080p30"}).status, 0);
-    ASSERT_TRUE(ShowsSource(board, '3', 6)) << Seen(board);
+    ASSERT_TRUE(ShowsFull(board, '3', 6)) << Seen(board);
     ExpectBackTo(board, before);
 }
 
@@ -101,10 +93,10 @@ TEST(Recovery, StalledCameraDoesNotHoldTheOthers) {
     ASSERT_TRUE(WaitForPicture(board)) << Output(board);
     ASSERT_EQ(Ctl(board, {"camera", "1", "stall"}).status, 0);
     Type(board, "<S2>\n");
-    EXPECT_TRUE(ShowsSource(board, '2', 5)) << Seen(board);
+    EXPECT_TRUE(ShowsFull(board, '2', 5)) << Seen(board);
     ASSERT_EQ(Ctl(board, {"camera", "1", "unplug"}).status, 0) << "a stalled camera can be pulled";
     EXPECT_TRUE(WaitForOutput(board, "Video pipeline destroyed.\n", 8)) << Seen(board);
-    EXPECT_TRUE(ShowsSource(board, '2', 8)) << Seen(board);
+    EXPECT_TRUE(ShowsFull(board, '2', 8)) << Seen(board);
 }
 
 TEST(Recovery, HostStreamingKeepsThePictureWithoutAMonitor) {
@@ -124,11 +116,11 @@ TEST(Recovery, HostStreamingKeepsThePictureWithoutAMonitor) {
 TEST(Recovery, CommandsThatRebuildThePipeline) {
     const Board board = StartNewBoard({"--camera1", "fullhd-mjpeg"});
     ASSERT_TRUE(WaitForPicture(board)) << Output(board);
-    ASSERT_TRUE(ShowsSource(board, '1', 8)) << Seen(board);
+    ASSERT_TRUE(ShowsFull(board, '1', 8)) << Seen(board);
     size_t from = OutputSize(board);
     Type(board, "<ENJPEGPARSE 1>\n");
     ASSERT_TRUE(WaitForOutput(board, "Enabling JPEGPARSE on USB1.\n", 6, from)) << Output(board);
-    ASSERT_TRUE(ShowsSource(board, '1', 6)) << Seen(board);
+    ASSERT_TRUE(ShowsFull(board, '1', 6)) << Seen(board);
     from = OutputSize(board);
     Type(board, "<OUTPUT 3>\n");
     ASSERT_TRUE(WaitForOutput(board, "1280x720, 32bpp\n", 8, from)) << Output(board);
