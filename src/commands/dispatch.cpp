@@ -31,10 +31,12 @@ static std::atomic<int64_t> lastCommandTime{0};
 
 int64_t LastCommandTime() { return lastCommandTime; }
 
-void NoteCommandTime() {
+int64_t SecondsNow() {
     using std::chrono::seconds, std::chrono::steady_clock;
-    lastCommandTime = std::chrono::duration_cast<seconds>(steady_clock::now().time_since_epoch()).count();
+    return std::chrono::duration_cast<seconds>(steady_clock::now().time_since_epoch()).count();
 }
+
+void NoteCommandTime() { lastCommandTime = SecondsNow(); }
 
 // ---- Channels ----
 
@@ -94,7 +96,7 @@ static constexpr CommandChannel kNetwork = {
     .refusesForeignRows = false,
     .begin = Nothing,
     .end = Nothing,
-    .answer = WriteToClient,
+    .answer = [](const char* text) { WriteToClient(text); },
     .refuseText = Nothing,
 };
 

@@ -12,6 +12,7 @@ extern Shared<uint8_t> ConsoleCommandActive;  // 1 while a console row is execut
 // The last console command or broadcast, in seconds of the monotonic clock; 0: none since start.
 int64_t LastCommandTime();
 void NoteCommandTime();
+int64_t SecondsNow();  // of the same clock
 
 // The last row's result, 1 when none matched. `text` is changed: arguments are split in place, so that at most one
 // command with arguments takes effect.

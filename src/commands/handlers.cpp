@@ -3,13 +3,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <iterator>
+#include <array>
 
 #include "commands/reply_channel.h"
 #include "commands/serial_port.h"
 #include "core/health.h"
 #include "core/log.h"
 #include "core/shell.h"
+#include "net/http_server.h"
 #include "net/network_config.h"
 #include "settings/device_identity.h"
 #include "settings/device_settings.h"
@@ -23,7 +24,7 @@ static constexpr int32_t kOutputIndexLimit = 6;
 
 static uint8_t LowByte(int32_t value) { return static_cast<uint8_t>(value); }
 
-static int Store(SharedByte& field, int32_t value) {
+static int StoreByte(SharedByte& field, int32_t value) {
     field = LowByte(value);
     return 0;
 }
@@ -40,9 +41,9 @@ int SwapCommand(const int32_t*) {
     return 0;
 }
 
-int ShowHdmiAbove(const int32_t*) { return Store(Settings.SwHdmi, 1); }
+int ShowHdmiAbove(const int32_t*) { return StoreByte(Settings.SwHdmi, 1); }
 
-int ShowUsbAbove(const int32_t*) { return Store(Settings.SwHdmi, 0); }
+int ShowUsbAbove(const int32_t*) { return StoreByte(Settings.SwHdmi, 0); }
 
 int PressInputKey(const int32_t* arguments) {
     const int32_t key = arguments[0];
@@ -76,9 +77,9 @@ int PressFrontKey(const int32_t* arguments) {
     return 0;
 }
 
-int ShowBlack(const int32_t*) { return Store(Settings.Black, 1); }
+int ShowBlack(const int32_t*) { return StoreByte(Settings.Black, 1); }
 
-int ShowPicture(const int32_t*) { return Store(Settings.Black, 0); }
+int ShowPicture(const int32_t*) { return StoreByte(Settings.Black, 0); }
 
 int BlankOutput(const int32_t* arguments) { return SetBlank(LowByte(arguments[0])); }
 
@@ -100,10 +101,40 @@ int NoteUsbStreaming(const int32_t*) { return NoteUsbStream(255, "Received USBST
 
 int NoteUsbIdle(const int32_t*) { return NoteUsbStream(0, "Received USBNSTREAM\n"); }
 
+// ---- Audio ----
+
+static int StoreAndPrint(SharedByte& field, const char* name, const int32_t* arguments) {
+    field = LowByte(arguments[0]);
+    PrintOut("%s => %d\n", name, field.Load());
+    return 0;
+}
+
+int StoreHdmiAudioLocal(const int32_t* arguments) { return StoreAndPrint(Settings.AoutHdmi, "AOUTHDMI", arguments); }
+
+int StoreAnalogAudioLocal(const int32_t* arguments) {
+    return StoreAndPrint(Settings.AoutAnalog, "AOUTANALOG", arguments);
+}
+
+int StoreUsb1AudioLocal(const int32_t* arguments) { return StoreAndPrint(Settings.AoutUsb1, "AOUTUSB1", arguments); }
+
+int StoreUsb2AudioLocal(const int32_t* arguments) { return StoreAndPrint(Settings.AoutUsb2, "AOUTUSB2", arguments); }
+
+int StoreMuteButtonMode(const int32_t* arguments) { return StoreAndPrint(Settings.Sbtn, "SBTN", arguments); }
+
+static int SwitchAudioTest(uint8_t on) {
+    AudioTest = on;
+    AudioRestart = 1;
+    return 0;
+}
+
+int StartAudioTest(const int32_t*) { return SwitchAudioTest(1); }
+
+int StopAudioTest(const int32_t*) { return SwitchAudioTest(0); }
+
 // ---- Video and output ----
 
 int SetJpegParse(const int32_t* arguments) {
-    Store(Settings.EnJpegParse, arguments[0]);
+    StoreByte(Settings.EnJpegParse, arguments[0]);
     PipelineRestart = 1;
     return 0;
 }
@@ -159,11 +190,58 @@ int SetDeviceId(const int32_t* arguments) {
     return 0;
 }
 
-int SetStatusBroadcast(const int32_t* arguments) { return Store(StatusBroadcast, arguments[0]); }
+int SetStatusBroadcast(const int32_t* arguments) { return StoreByte(StatusBroadcast, arguments[0]); }
 
 int SetNetworkLogCommand(const int32_t* arguments) { return SetNetworkLog(arguments[0]); }
 
 int KeepFirmware(const int32_t*) { return 0; }
+
+// ---- Network ----
+
+template <size_t count>
+static std::array<uint8_t, count> LowBytes(const int32_t* arguments) {
+    std::array<uint8_t, count> bytes;
+    std::transform(arguments, arguments + count, bytes.begin(), LowByte);
+    return bytes;
+}
+
+static void AnswerBeforeTheChange() {
+    WriteToClient(kAck);
+    FinishHttpConnection();
+}
+
+int SetIpAddressLocal(const int32_t* arguments) { return ApplyIpAddress(LowBytes<4>(arguments)); }
+
+int SetIpAddressNetwork(const int32_t* arguments) {
+    AnswerBeforeTheChange();
+    ApplyIpAddress(LowBytes<4>(arguments));
+    return 0;
+}
+
+int SetNetmaskLocal(const int32_t* arguments) {
+    const Octets netmask = LowBytes<4>(arguments);
+    std::copy(netmask.begin(), netmask.end(), Settings.Netmask.begin());
+    return ApplyNetmask(netmask);
+}
+
+int SetNetmaskNetwork(const int32_t* arguments) {
+    AnswerBeforeTheChange();
+    ApplyNetmask(LowBytes<4>(arguments));
+    return 0;
+}
+
+int SetDhcpLocal(const int32_t* arguments) { return ApplyNetworkMode(SharedByte{LowByte(arguments[0])}); }
+
+int SetDhcpNetwork(const int32_t* arguments) {
+    AnswerBeforeTheChange();
+    StoreByte(Settings.Dhcp, arguments[0]);
+    ApplyNetworkMode(Settings.Dhcp);
+    return 0;
+}
+
+int SetGateway(const int32_t* arguments) { return ApplyGateway(LowBytes<4>(arguments)); }
+
+int SetMacAddress(const int32_t* arguments) { return StoreMacAddress(LowBytes<6>(arguments)); }
 
 // ---- Process control ----
 

@@ -8,6 +8,15 @@
 
 #include <cstdint>
 
+#include "settings/device_settings.h"
+
+// Rows that do nothing but store their argument. The threads that own the devices notice it on their next pass.
+template <SharedByte DeviceSettings::*field>
+int Store(const int32_t* arguments) {
+    Settings.*field = static_cast<uint8_t>(arguments[0]);
+    return 0;
+}
+
 // Layout and source
 int CycleCorner(const int32_t*);              // PP
 int SwapCommand(const int32_t*);              // SW
@@ -22,6 +31,15 @@ int InvertInput(const int32_t* arguments);    // INV input value; saves
 int NoteUsbStreaming(const int32_t*);         // USBSTREAM
 int NoteUsbIdle(const int32_t*);              // USBNSTREAM
 
+// Audio; the local channels also print what was stored
+int StoreHdmiAudioLocal(const int32_t* arguments);    // AOUTHDMI source
+int StoreAnalogAudioLocal(const int32_t* arguments);  // AOUTANALOG source
+int StoreUsb1AudioLocal(const int32_t* arguments);    // AOUTUSB1 source
+int StoreUsb2AudioLocal(const int32_t* arguments);    // AOUTUSB2 source
+int StoreMuteButtonMode(const int32_t* arguments);    // SBTN mode
+int StartAudioTest(const int32_t*);                   // STARTAUDIOTEST
+int StopAudioTest(const int32_t*);                    // STOPAUDIOTEST
+
 // Video and output
 int SetJpegParse(const int32_t* arguments);      // ENJPEGPARSE value
 int SetOutputLocal(const int32_t* arguments);    // OUTPUT index; waits 1 s for the pipeline to go
@@ -35,6 +53,17 @@ int SetDeviceId(const int32_t* arguments);           // DEVICEID id; never check
 int SetStatusBroadcast(const int32_t* arguments);    // ENBCAST value
 int SetNetworkLogCommand(const int32_t* arguments);  // ENLOG value
 int KeepFirmware(const int32_t*);                    // FIRMWARE: nothing to do here
+
+// Network. A client on the network gets its answer before the change, which may cut it off; over HTTP that is all it
+// gets, over telnet a second answer follows.
+int SetIpAddressLocal(const int32_t* arguments);  // IP a b c d
+int SetIpAddressNetwork(const int32_t* arguments);
+int SetNetmaskLocal(const int32_t* arguments);  // NETMASK a b c d
+int SetNetmaskNetwork(const int32_t* arguments);
+int SetDhcpLocal(const int32_t* arguments);  // DHCP mode; waits up to 30 s for the network manager
+int SetDhcpNetwork(const int32_t* arguments);
+int SetGateway(const int32_t* arguments);     // GATEWAY a b c d
+int SetMacAddress(const int32_t* arguments);  // MACADDR (local), MAC (network): six bytes, for the next start
 
 // Process control
 int QuitLocal(const int32_t*);  // QUIT; do not return

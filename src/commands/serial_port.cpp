@@ -11,11 +11,13 @@
 
 #include "board/i2c.h"
 #include "commands/dispatch.h"
+#include "commands/status_report.h"
 #include "core/log.h"
 #include "core/shell.h"
 #include "core/watchdog.h"
 #include "settings/device_identity.h"
-#include "settings/shared_field.h"
+#include "settings/device_settings.h"
+#include "settings/process_flags.h"
 
 static constexpr const char* kSerialPath = "/dev/ttymxc2";
 static constexpr size_t kSerialReadLimit = 100;
@@ -64,7 +66,27 @@ int SendReply(const char* text) {
 
 // ---- The UART thread ----
 
+struct Selection {
+    uint8_t view, swap, input;
+    bool operator==(const Selection&) const = default;
+};
+
+static Selection SelectionNow() { return {.view = Settings.View, .swap = Settings.Swap, .input = Settings.Input}; }
+
+// Tells the USB bridge of every new selection, and of everything else now and then while nobody types.
+static void BroadcastStatus() {
+    static constexpr int64_t kQuietSeconds = 5;
+    static Selection told = {.view = 255, .swap = 255, .input = 255};
+    const Selection now = SelectionNow();
+    const bool due = StatusBroadcast != 0 && SecondsNow() - LastCommandTime() > kQuietSeconds;
+    if (!due && now == told) return;
+    BuildStatusReport();
+    NoteCommandTime();
+    told = now;
+}
+
 void SerialPoll() {
+    BroadcastStatus();
     if (ConsoleCommandActive != 0) return;
     std::array<char, kSerialReadLimit + 1> text;
     size_t count = 0;

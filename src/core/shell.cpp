@@ -44,9 +44,10 @@ ToolAnswer ReadFirstLine(const char* command, const char* closeFailed, int limit
 }
 
 bool ReadEveryLine(const char* command, const char* closeFailed, int limit,
-                   const std::function<void(const char*)>& line) {
+                   const std::function<void(const char*)>& line, const std::function<void()>& opened) {
     FILE* pipe = popen(command, "re");
     if (pipe == nullptr) return false;
+    if (opened) opened();
     std::vector<char> buffer(static_cast<size_t>(limit) + 1);
     while (fgets(buffer.data(), limit + 1, pipe) != nullptr) line(buffer.data());
     ClosePipe(pipe, closeFailed);

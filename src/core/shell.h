@@ -22,6 +22,7 @@ struct ToolAnswer {
 // an error with `closeFailed`.
 ToolAnswer ReadFirstLine(const char* command, const char* closeFailed = "pclose failed", int limit = 1000);
 
-// The same for every line, in order; `limit` is per line. Returns false when the pipe could not be opened.
+// The same for every line, in order; `limit` is per line. `opened` is called before the first line, even when there is
+// none. Returns false when the pipe could not be opened.
 bool ReadEveryLine(const char* command, const char* closeFailed, int limit,
-                   const std::function<void(const char*)>& line);
+                   const std::function<void(const char*)>& line, const std::function<void()>& opened = nullptr);

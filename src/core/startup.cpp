@@ -24,7 +24,9 @@
 #include "core/shell.h"
 #include "core/watchdog.h"
 #include "gstreamer/video_supervision.h"
+#include "net/http_server.h"
 #include "net/network_config.h"
+#include "net/telnet_server.h"
 #include "settings/device_identity.h"
 #include "settings/device_settings.h"
 #include "video/hdmi_output.h"
@@ -49,6 +51,8 @@ static constexpr ThreadStart kNetworkThread = {
 static constexpr ThreadStart kChannelThreads[] = {
     {.name = "UART", .announced = true, .body = UartThreadMain, .realTime = false},
     {.name = "console", .announced = true, .body = ConsoleThreadMain, .realTime = false},
+    {.name = "LAN", .announced = true, .body = LanThreadMain, .realTime = false},
+    {.name = "HTTP", .announced = true, .body = HttpThreadMain, .realTime = false},
 };
 static constexpr ThreadStart kMediaThreads[] = {
     {.name = "Gstreamer video", .announced = true, .body = VideoThreadMain, .realTime = true},

@@ -2,15 +2,18 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <charconv>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "core/log.h"
 #include "core/shell.h"
 
 static constexpr int kServiceAttempts = 30;  // one a second
 static constexpr uint8_t kModeDhcp = 1, kModeStaticStored = 2;
+static constexpr int kAnswerLimit = 999;  // characters of a tool's line
 
 // ---- The network manager ----
 
@@ -23,11 +26,14 @@ static std::string ServiceName() {
     return name.data();
 }
 
-static std::string Dotted(const Ipv4& address) {
+static std::string Dotted(const Octets& address) {
     std::array<char, 16> text;
-    snprintf(text.data(), text.size(), "%d.%d.%d.%d", address[0].Load(), address[1].Load(), address[2].Load(),
-             address[3].Load());
+    snprintf(text.data(), text.size(), "%d.%d.%d.%d", address[0], address[1], address[2], address[3]);
     return text.data();
+}
+
+static std::string Dotted(const Ipv4& address) {
+    return Dotted(Octets{address[0], address[1], address[2], address[3]});
 }
 
 static int RunDhcpLine() {
@@ -94,34 +100,141 @@ void NetworkSetupThread() {
     ApplyNetworkMode(Settings.Dhcp == 0 ? stored : Settings.Dhcp);
 }
 
-// ---- The interface ----
+// ---- Changes while running ----
 
-std::array<uint8_t, 6> ParseHardwareAddress(std::string line) {
-    static constexpr const char* kSeparators = " ,.-:";
-    static constexpr int kWordsBefore = 4;  // Link encap:Ethernet  HWaddr
-    std::array<uint8_t, 6> address{};
-    char* rest = nullptr;
-    strtok_r(line.data(), " ", &rest);  // the interface, whose name may hold a separator
-    for (int i = 0; i < kWordsBefore; ++i) strtok_r(nullptr, kSeparators, &rest);
-    for (uint8_t& byte : address) {
-        const char* word = strtok_r(nullptr, kSeparators, &rest);
-        if (word == nullptr) break;
-        byte = static_cast<uint8_t>(strtol(word, nullptr, 16));
+// What the shell could not even try is not remembered. 0, or 1 then.
+static int RememberIfRun(int shellStatus, Ipv4& field, const Octets& value) {
+    if (ShellFailed(shellStatus)) return 1;
+    std::copy(value.begin(), value.end(), field.begin());
+    return 0;
+}
+
+static int SwitchDhcpOn() {
+    Settings.Dhcp = 1;
+    RunDhcpLine();
+    return SaveSettings(Settings);
+}
+
+int ApplyIpAddress(const Octets& address) {
+    static constexpr Octets kNoAddress{}, kClassC{255, 255, 255, 0};
+    if (Settings.Dhcp == 1) {
+        Settings.Dhcp = 0;
+        ApplyNetworkMode(Settings.Dhcp);  // 0: whatever the lease was, netmask and gateway start from the factory's
     }
+    if (address == kNoAddress) return SwitchDhcpOn();
+    if (Settings.Netmask[0] == 0) std::copy(kClassC.begin(), kClassC.end(), Settings.Netmask.begin());
+
+    const int status =
+        RunShell("ifconfig eth0 %s netmask %s", Dotted(address).c_str(), Dotted(Settings.Netmask).c_str());
+    const int result = RememberIfRun(status, Settings.IpAddress, address);
+    RunStaticLine();
+    SaveSettings(Settings);
+    return result;
+}
+
+int ApplyNetmask(const Octets& netmask) {
+    const int status = RunShell("ifconfig eth0 netmask %s", Dotted(netmask).c_str());
+    const int result = RememberIfRun(status, Settings.Netmask, netmask);
+    SaveSettings(Settings);
+    return result;
+}
+
+int ApplyGateway(const Octets& gateway) {
+    const int status = RunShell("route del default && route add default gw %s eth0", Dotted(gateway).c_str());
+    RememberIfRun(status, Settings.Gateway, gateway);
+    return SaveSettings(Settings);
+}
+
+int StoreMacAddress(const std::array<uint8_t, 6>& address) {
+    const int status = RunShell("fw_setenv ethaddr %02x:%02x:%02x:%02x:%02x:%02x > /dev/null", address[0], address[1],
+                                address[2], address[3], address[4], address[5]);
+    SaveSettings(Settings);
+    return ShellFailed(status) ? 1 : 0;
+}
+
+// ---- The tools' answers ----
+
+static constexpr std::string_view kInterfaceSeparators = " ,.-:", kServiceSeparators = " =,.-:";
+
+// Takes the next word off the text; empty at its end.
+static std::string_view NextWord(std::string_view& text, std::string_view separators) {
+    text.remove_prefix(std::min(text.find_first_not_of(separators), text.size()));
+    const std::string_view word = text.substr(0, text.find_first_of(separators));
+    text.remove_prefix(word.size());
+    return word;
+}
+
+static void SkipWords(std::string_view& text, std::string_view separators, int count) {
+    for (int i = 0; i < count; ++i) NextWord(text, separators);
+}
+
+// One byte a word; the bytes of missing words stay as they are.
+template <typename Bytes>
+static void TakeBytes(std::string_view& text, std::string_view separators, int base, Bytes& bytes) {
+    for (auto& byte : bytes) {
+        const std::string_view word = NextWord(text, separators);
+        if (word.empty()) return;
+        unsigned value = 0;
+        std::from_chars(word.data(), word.data() + word.size(), value, base);
+        byte = static_cast<uint8_t>(value);
+    }
+}
+
+// The interface's name may hold a separator of what follows it.
+static void SkipFirstColumn(std::string_view& line) { SkipWords(line, " ", 1); }
+
+std::array<uint8_t, 6> ParseHardwareAddress(std::string_view line) {
+    std::array<uint8_t, 6> address{};
+    SkipFirstColumn(line);
+    SkipWords(line, kInterfaceSeparators, 4);  // Link encap:Ethernet  HWaddr
+    TakeBytes(line, kInterfaceSeparators, 16, address);
     return address;
 }
 
+void ParseInterfaceAddress(std::string_view line, Ipv4& address) {
+    SkipFirstColumn(line);
+    SkipWords(line, kInterfaceSeparators, 1);  // addr
+    TakeBytes(line, kInterfaceSeparators, 10, address);
+}
+
+void ParseServiceAddresses(std::string_view line, Ipv4& address, Ipv4& netmask, Ipv4& gateway) {
+    static constexpr size_t kEmptyList = std::string_view("  IPv4 = [  ]\n").size();
+    if (line.find("IPv4 =") == std::string_view::npos || line.size() <= kEmptyList) {
+        for (Ipv4* field : {&address, &netmask, &gateway}) std::fill(field->begin(), field->end(), uint8_t{0});
+        return;
+    }
+    SkipWords(line, kServiceSeparators, 4);  // IPv4 = [ Method=dhcp
+    for (Ipv4* field : {&address, &netmask, &gateway}) {
+        SkipWords(line, kServiceSeparators, 1);  // Address, Netmask, Gateway
+        TakeBytes(line, kServiceSeparators, 10, *field);
+    }
+}
+
 int ReadMacAddress(std::array<SharedByte, 6>& destination) {
-    for (SharedByte& byte : destination) byte = 0;
-    const ToolAnswer answer = ReadFirstLine("ifconfig eth0 | grep 'HWaddr'", "pclose() failed", 999);
+    const ToolAnswer answer = ReadFirstLine("ifconfig eth0 | grep 'HWaddr'", "pclose() failed", kAnswerLimit);
+    // Stored in one go: the live record's address names the wired service, also for the threads that ask meanwhile.
+    const std::array<uint8_t, 6> address = ParseHardwareAddress(answer.text);
+    std::copy(address.begin(), address.end(), destination.begin());
     if (!answer.started) {
         LogError("popen() failed");
         return 1;
     }
-    const std::array<uint8_t, 6> address = ParseHardwareAddress(answer.text);
-    for (size_t i = 0; i < address.size(); ++i) {
-        destination[i] = address[i];
-        Settings.MacAddress[i] = address[i];
+    std::copy(address.begin(), address.end(), Settings.MacAddress.begin());
+    return answer.text.empty() ? answer.closeStatus : 0;
+}
+
+int ReadIpConfig(Ipv4& address, Ipv4& netmask, Ipv4& gateway) {
+    const bool dhcp = Settings.Dhcp == 1;
+    const std::string command =
+        dhcp ? "connmanctl services " + ServiceName() + " 2>&1 | grep IPv4 2>&1" : "ifconfig eth0 | grep 'inet addr'";
+    const ToolAnswer answer = ReadFirstLine(command.c_str(), "pclose() failed", kAnswerLimit);
+    if (!answer.started) {
+        LogError("popen() failed");
+        return 1;
     }
+    if (dhcp)
+        ParseServiceAddresses(answer.text, address, netmask, gateway);
+    else
+        ParseInterfaceAddress(answer.text, address);
     return answer.text.empty() ? answer.closeStatus : 0;
 }

@@ -54,7 +54,8 @@ TEST(CommandTables, CommandsNeedTheirDelimitersAndArguments) {
     for (const TableCase& table : kTables) {
         for (const CommandEntry& row : table.table) {
             const std::string text = Example(table, row);
-            EXPECT_FALSE(Matches(row.pattern, text.substr(1))) << text;
+            const bool bareStart = Word(row) == "GETLOG";  // browsers have its address without the first delimiter
+            EXPECT_EQ(Matches(row.pattern, text.substr(1)), bareStart) << text;
             EXPECT_FALSE(Matches(row.pattern, text.substr(0, text.size() - 1))) << text;
             const std::string bare = table.open + Word(row) + table.close;
             EXPECT_EQ(Matches(row.pattern, bare), row.argumentCount == 0) << bare;

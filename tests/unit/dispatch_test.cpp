@@ -136,6 +136,18 @@ TEST_F(Dispatch, ArgumentsAreWordsOfTheChannel) {
     }
 }
 
+TEST_F(Dispatch, NumbersHaveTheBaseOfTheirRow) {
+    EXPECT_EQ(Network("$AIN1_0x10$"), "ACK\r\n");
+    EXPECT_EQ(Settings.Ain1, 16);
+    EXPECT_EQ(Network("$AIN1_010$"), "ACK\r\n");
+    EXPECT_EQ(Settings.Ain1, 8);
+    EXPECT_EQ(Console("<AIN1 0x10>"), "ACK\r\n");
+    EXPECT_EQ(Settings.Ain1, 0);
+    EXPECT_EQ(Console("<AIN1 010>"), "ACK\r\n");
+    EXPECT_EQ(Settings.Ain1, 10);
+    EXPECT_EQ(Console("<AOUTUSB2 0x80>"), "AOUTUSB2 => 128\nACK\r\n");
+}
+
 // Arguments of a network command end with the 99th character of the match; a longer command must not overrun.
 TEST_F(Dispatch, LongNetworkCommandIsCutOff) {
     EXPECT_EQ(Network("$ENJPEGPARSE" + std::string(87, '_') + "7$"), "ACK\r\n");

@@ -1,0 +1,3 @@
+#include "board/keypad.h"
+
+Shared<uint8_t> KeypadVersion{0};
