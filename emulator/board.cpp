@@ -20,6 +20,7 @@
 #include "faults.h"
 #include "held_calls.h"
 #include "nodes.h"
+#include "port_forward.h"
 #include "running_boards.h"
 #include "sandbox.h"
 #include "service_manager.h"
@@ -238,6 +239,7 @@ bool PowerOnBoard() {
 
 static void PowerOff() {
     StopService();
+    ResetConnections();
     StopSandbox();
     DropHeldCalls();
     std::span<const Device> devices = Devices();

@@ -27,6 +27,11 @@ struct ToolFault {
 static constexpr std::array kToolFaults{
     ToolFault{"fail", "#!/bin/sh\nexit 1\n"},
     ToolFault{"hang", "#!/bin/sh\nexec sleep infinity\n"},
+    ToolFault{"silent", "#!/bin/sh\nexit 0\n"},
+    // 10 MB of numbered lines.
+    ToolFault{"flood", "#!/bin/sh\nexec seq -f 'flood %06.0f of 200000, as long as fifty letters.' 200000\n"},
+    // The tool itself, three seconds late.
+    ToolFault{"slow", "#!/bin/sh\nsleep 3\nPATH=${PATH#*:} exec \"${0##*/}\" \"$@\"\n"},
     ToolFault{"absent", nullptr},
 };
 
@@ -58,6 +63,8 @@ static VerbAnswer ToolFaultVerb(const VerbWords& words) {
     }
     for (const ToolFault& fault : kToolFaults) {
         if (fault.word != words[1]) continue;
+        // system(3) and popen(3) name it by its path, so that nothing can be put in its place.
+        if (words[0] == "sh" && fault.script) return Bad("the shell can only be absent");
         tools[words[0]] = &fault;
         fs::remove(HostPath("/opt/board/faults/" + words[0]), error);
         PutUpTool(words[0], fault);

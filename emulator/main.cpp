@@ -24,6 +24,7 @@
 #include "event_loop.h"
 #include "hdmi_receiver.h"
 #include "monitor.h"
+#include "port_forward.h"
 #include "sandbox.h"
 #include "supervisor.h"
 
@@ -49,12 +50,21 @@ static std::string TakeBoard(const std::string& folder) {
     return folder.empty() ? "a folder has a name" : "";
 }
 
-static std::string TakeDeviceId(const std::string& text) {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), Board.deviceId);
-    const bool good =
-        error == std::errc() && end == text.data() + text.size() && Board.deviceId >= 0 && Board.deviceId <= 255;
-    return good ? "" : "a device id is a number from 0 to 255";
+// False: not a number from 0 to the limit.
+static bool TakeNumber(const std::string& text, int limit, int& number) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc() && end == text.data() + text.size() && number >= 0 && number <= limit;
 }
+
+static std::string TakeDeviceId(const std::string& text) {
+    return TakeNumber(text, 255, Board.deviceId) ? "" : "a device id is a number from 0 to 255";
+}
+
+static std::string TakePort(int& port, const std::string& text) {
+    return TakeNumber(text, 65535, port) ? "" : "a port is a number from 0 to 65535, 0 for any free one";
+}
+static std::string TakeHttpPort(const std::string& text) { return TakePort(Board.httpPort, text); }
+static std::string TakeTelnetPort(const std::string& text) { return TakePort(Board.telnetPort, text); }
 
 static std::string TakeCamera(std::string& camera, const std::string& profile) {
     camera = profile;
@@ -90,6 +100,7 @@ static constexpr std::array kRunOptions{
     Option{"--top-board", nullptr, TakeTopBoard},   Option{"--camera1", "PROFILE", TakeCamera1},
     Option{"--camera2", "PROFILE", TakeCamera2},    Option{"--hdmi-in", "WxHpR", TakeHdmiIn},
     Option{"--monitor", "EDID|none", TakeMonitor},  Option{"--env", "NAME=VALUE", TakeVariable},
+    Option{"--http", "PORT", TakeHttpPort},         Option{"--telnet", "PORT", TakeTelnetPort},
     Option{"--no-restart", nullptr, TakeNoRestart},
 };
 static constexpr std::array kCtlOptions{Option{"--board", "DIR", TakeBoard}};
@@ -177,7 +188,8 @@ static int RunBoard(Arguments arguments) {
     int status = 1;
     if (OpenBoard() && OpenControl(Board.folder)) {
         fprintf(stderr, "Board: %s\n", Board.folder.c_str());
-        if (PowerOnBoard()) status = RunEvents();
+        if (OpenPorts() && PowerOnBoard()) status = RunEvents();
+        ClosePorts();
         CloseControl();
     }
     CloseBoard();

@@ -4,6 +4,8 @@
 
 #include <cctype>
 #include <cerrno>
+#include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -17,6 +19,7 @@
 #include "supervisor.h"
 #include "text.h"
 #include "trace.h"
+#include "usb_description.h"
 
 struct PlainFile {
     const char* path;
@@ -31,7 +34,6 @@ static constexpr PlainFile kVolatileFiles[] = {
     {.path = "/sys/devices/system/cpu/cpu3/online", .text = "1\n"},
     {.path = "/sys/devices/system/cpu/online", .text = "0-3\n"},
     {.path = "/sys/devices/system/cpu/possible", .text = "0-3\n"},
-    {.path = "/sys/class/thermal/thermal_zone0/temp", .text = "47250\n"},
     {.path = "/opt/board/state/kernel.log",
      .text = "[    0.000000] Booting Linux on physical CPU 0x0\n"
              "[    0.000000] OF: fdt: Machine model: i.MX6 Quad video appliance\n"
@@ -39,8 +41,7 @@ static constexpr PlainFile kVolatileFiles[] = {
              "[    1.204518] mxc_sdc_fb fb@0: registered mxc display driver hdmi\n"
              "[    1.731042] ci_hdrc ci_hdrc.0: EHCI Host Controller\n"
              "[    1.752216] ci_hdrc ci_hdrc.1: EHCI Host Controller\n"
-             "[    2.086441] ov5640: unsupported bit mode 0\n"
-             "[    4.518733] fec 2188000.ethernet eth0: Link is Up - 1Gbps/Full - flow control rx/tx\n"},
+             "[    2.086441] ov5640: unsupported bit mode 0\n"},
 };
 
 // What the factory wrote to the flash.
@@ -91,6 +92,48 @@ static std::string UpperCase(std::string text) {
     return text;
 }
 
+// What the bench holds, through a power cycle too.
+static bool lanPlugged = true;
+static long temperature = 47'250;  // thousandths of a degree
+
+bool LanPlugged() { return lanPlugged; }
+
+void WriteKernelLog(const std::string& line) {
+    std::ofstream(HostPath("/opt/board/state/kernel.log"), std::ios::app) << line << '\n';
+}
+
+static void ShowTemperature() { WriteBoardFile("/sys/class/thermal/thermal_zone0/temp", Text("%ld\n", temperature)); }
+
+VerbAnswer TemperatureVerb(const VerbWords& words) {
+    constexpr double kLimit = 1000;
+    char* end = nullptr;
+    const double degrees = words.size() == 1 ? strtod(words[0].c_str(), &end) : 0;
+    if (words.size() != 1 || words[0].empty() || *end || !(std::abs(degrees) <= kLimit)) return Usage("temperature");
+    temperature = std::lround(degrees * 1000);
+    ShowTemperature();
+    return {};
+}
+
+static void ShowLink() { WriteBoardFile("/opt/board/state/lan", lanPlugged ? "plugged\n" : "unplugged\n"); }
+
+static void LogLink() {
+    constexpr double kBootTime = 4.5;  // seconds that the kernel has run at our power-on
+    const double kernelTime = kBootTime + static_cast<double>(NowMicroseconds() - PowerOnTime()) / 1e6;
+    const char* state = lanPlugged ? "Up - 1Gbps/Full - flow control rx/tx" : "Down";
+    WriteKernelLog(Text("[%12.6f] fec 2188000.ethernet eth0: Link is %s", kernelTime, state));
+}
+
+VerbAnswer LanVerb(const VerbWords& words) {
+    if (words.size() != 1 || (words[0] != "plug" && words[0] != "unplug")) return Usage("lan");
+    const bool plug = words[0] == "plug";
+    if (plug == lanPlugged) return {};
+    lanPlugged = plug;
+    Trace("plug", {{"lan", plug}});
+    ShowLink();
+    LogLink();
+    return {};
+}
+
 static constexpr std::string_view kHostDriver = "/sys/bus/platform/drivers/ci_hdrc/";
 
 static int OpenHostDriver(OpenFile& file) {
@@ -108,6 +151,11 @@ static void CloseHostDriver(OpenFile& file) {
 
 static const DeviceModel kHostDriverModel{.name = "USB host driver", .open = OpenHostDriver, .close = CloseHostDriver};
 
+// Camera N is the first device behind the root hub of bus N.
+static void ShowUsbDescription(int camera, const CameraProfile* profile) {
+    WriteBoardFile(Text("/opt/board/state/usb-00%d-002", camera), profile ? DescribeUsbCamera(*profile) : "");
+}
+
 void PowerOnSystemFiles() {
     static bool firstPowerOn = true;
     WriteFlash();
@@ -115,6 +163,10 @@ void PowerOnSystemFiles() {
     if (firstPowerOn && Board.deviceId >= 0) WriteBoardFile(kConfiguration, Text("DEVICEID=%d\n", Board.deviceId));
     firstPowerOn = false;
     for (const PlainFile& file : kVolatileFiles) WriteBoardFile(file.path, file.text);
+    OnCameraPlug(ShowUsbDescription);
+    ShowTemperature();
+    ShowLink();
+    if (lanPlugged) LogLink();
     WriteBoardFile("/opt/board/state/kernel", Board.oldKernel ? kOldKernel : kKernel);
     WriteBoardFile("/opt/board/state/mac", UpperCase(BootMac()) + "\n");
     AddTree(std::string(kHostDriver), kHostDriverModel, 0);

@@ -1,7 +1,6 @@
 // The table of verbs, and the few verbs that belong to the board as a whole.
 
 #include <array>
-#include <fstream>
 #include <string>
 
 #include "board.h"
@@ -15,10 +14,12 @@
 #include "i2c_bus.h"
 #include "journal.h"
 #include "monitor.h"
+#include "port_forward.h"
 #include "sandbox.h"
 #include "serial_line.h"
 #include "service_manager.h"
 #include "supervisor.h"
+#include "system_files.h"
 #include "trace.h"
 #include "watchdog.h"
 
@@ -48,11 +49,17 @@ static VerbAnswer StatusVerb(const VerbWords& words) {
     if (!words.empty()) return Usage("status");
     WatchdogState watchdog = WatchdogNow();
     Json status{
-        {"board", Board.folder.string()}, {"uptime", double(NowMicroseconds() - PowerOnTime()) / 1e6},
-        {"daemon", ServiceStatus()},      {"camera1", CameraStatus(1)},
-        {"camera2", CameraStatus(2)},     {"hdmi-in", {SignalStatus(HdmiSourceAt(0)), SignalStatus(HdmiSourceAt(1))}},
-        {"monitor", PluggedMonitor()},    {"watchdog", {{"armed", watchdog.armed}, {"time left", watchdog.timeLeft}}},
+        {"board", Board.folder.string()},
+        {"uptime", double(NowMicroseconds() - PowerOnTime()) / 1e6},
+        {"daemon", ServiceStatus()},
+        {"camera1", CameraStatus(1)},
+        {"camera2", CameraStatus(2)},
+        {"hdmi-in", {SignalStatus(HdmiSourceAt(0)), SignalStatus(HdmiSourceAt(1))}},
+        {"monitor", PluggedMonitor()},
+        {"lan", LanPlugged() ? "plugged" : "unplugged"},
+        {"watchdog", {{"armed", watchdog.armed}, {"time left", watchdog.timeLeft}}},
         {"held calls", HeldCallCount()},
+        {"ports", PortStatus()},
     };
     return {.text = status.dump(4)};
 }
@@ -65,9 +72,9 @@ static VerbAnswer PowerCycleVerb(const VerbWords& words) {
 
 static VerbAnswer KernelLogVerb(const VerbWords& words) {
     if (words.empty()) return Usage("kernel-log");
-    std::ofstream log(HostPath("/opt/board/state/kernel.log"), std::ios::app);
-    for (const std::string& word : words) log << (&word == &words.front() ? "" : " ") << word;
-    log << '\n';
+    std::string line;
+    for (const std::string& word : words) line.append(line.empty() ? "" : " ").append(word);
+    WriteKernelLog(line);
     return {};
 }
 
@@ -75,6 +82,7 @@ static constexpr std::array kVerbs{
     Verb{"camera", "camera N plug PROFILE | unplug | stall | resume | garbage", CameraVerb},
     Verb{"hdmi-in", "hdmi-in PORT WxH[p|i]R | off", HdmiInVerb},
     Verb{"monitor", "monitor plug [EDID] | unplug", MonitorVerb},
+    Verb{"lan", "lan plug|unplug", LanVerb},
     Verb{"jack", "jack in|out", JackVerb},
     Verb{"strap60", "strap60 on|off", Strap60Verb},
     Verb{"serial", "serial TEXT", SerialVerb},
@@ -82,8 +90,11 @@ static constexpr std::array kVerbs{
     Verb{"leds", "leds", LedsVerb},
     Verb{"gpio", "gpio", GpioVerb},
     Verb{"i2c", "i2c", I2cVerb},
-    Verb{"fault", "fault tool NAME fail|hang|absent|off | disk full|readonly|off | i2c ADDRESS nak [N]|hang|off",
+    Verb{"fault",
+         "fault tool NAME fail|hang|silent|flood|slow|absent|off | disk full|readonly|off | i2c ADDRESS nak "
+         "[N]|hang|off",
          FaultVerb},
+    Verb{"temperature", "temperature CELSIUS", TemperatureVerb},
     Verb{"kernel-log", "kernel-log TEXT", KernelLogVerb},
     Verb{"trace", "trace [--follow] [--clear]", TraceVerb},
     Verb{"journal", "journal", JournalVerb},

@@ -1,5 +1,6 @@
 # The wired interface as the network tools see it; read by them, not run. Its values live in /run and start as a lease
-# from the DHCP server does. The MAC address is what the boot loader handed over at power-on.
+# from the DHCP server does. The MAC address is what the boot loader handed over at power-on. Without the cable the
+# manager keeps its configuration, but the interface has no address.
 
 interface_file=/run/eth0.state
 mac=$(cat /opt/board/state/mac)
@@ -7,6 +8,7 @@ service=ethernet_$(echo "$mac" | tr -d ':' | tr 'A-F' 'a-f')_cable
 
 method=dhcp address=192.168.0.57 netmask=255.255.255.0 gateway=192.168.0.1
 [ -r "$interface_file" ] && . "$interface_file"
+cable=$(cat /opt/board/state/lan)
 
 # Replaced whole, so that a tool that runs meanwhile reads the old or the new values.
 save_interface() {
