@@ -1,0 +1,161 @@
+// The diagnostic log as a browser downloads it.
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "picture_probe.h"
+#include "tcp_client.h"
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+
+static const std::string kSeparator = std::string(85, '=') + "\n";
+static constexpr const char* kHeader =
+    "HTTP/1.1 200 OK\r\nContent-type: binary/octet-stream\r\nContent-Disposition: attachment; "
+    "filename=systemlog.qdx\r\nAccept-Ranges: bytes\r\n\r\n";
+static constexpr const char* kListening = "Waiting for incoming connections...\n";
+
+// What curl stores under the name that the server gives.
+static std::string Download(const Board& board) {
+    const std::string file = BoardFile(board, "download/systemlog.qdx");
+    std::filesystem::remove(file);
+    const std::string line = "cd '" + std::filesystem::path(file).parent_path().string() +
+                             "' && curl -sS -OJ --max-time 60 'http://127.0.0.1:" + std::to_string(HttpPort(board)) +
+                             "/$GETLOG$'";
+    EXPECT_EQ(system(line.c_str()), 0) << line;
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+struct Section {
+    std::string title, text;
+};
+
+static std::vector<Section> SectionsOf(const std::string& log) {
+    std::vector<std::string> parts;  // "", title, text, title, text ...
+    for (size_t from = 0, to = 0; to != std::string::npos; from = to + kSeparator.size()) {
+        to = log.find(kSeparator, from);
+        parts.push_back(log.substr(from, to - from));
+    }
+    EXPECT_EQ(parts.front(), "");
+    std::vector<Section> sections;
+    for (size_t i = 1; i + 1 < parts.size(); i += 2) sections.push_back({parts[i], parts[i + 1]});
+    return sections;
+}
+
+static std::vector<std::string> TitlesOf(const std::string& log) {
+    std::vector<std::string> titles;
+    for (const Section& section : SectionsOf(log)) titles.push_back(section.title);
+    return titles;
+}
+
+static std::string TextOf(const std::string& log, std::string_view title) {
+    for (const Section& section : SectionsOf(log))
+        if (section.title == title) return section.text;
+    return "no such section";
+}
+
+TEST(LogDownload, SectionsFollowTheCameras) {
+    const Board board = StartNewBoard({"--hdmi-in", "1280x720p60"});
+    ASSERT_TRUE(WaitForOutput(board, kListening, 20)) << Output(board);
+    for (const char* line : {"usb 1-1: before", "[3] ov5640: unsupported bit mode 0", "usb 1-1: behind"})
+        Ctl(board, {"kernel-log", line});
+
+    const std::string none = Download(board);
+    EXPECT_THAT(TitlesOf(none), ElementsAre("Get status from application\n", "Listing USB tree\n",
+                                            "Listing V4L2 devices\n", "Listing USB devices\n", "Get kernel dump\n",
+                                            "Get application log dump\n", "END OF LOG\n"));
+    EXPECT_THAT(none, EndsWith(kSeparator + "ACK\r\n"));
+    EXPECT_THAT(TextOf(none, "Get status from application\n"), StartsWith("Tesselvisor => "));
+    EXPECT_THAT(TextOf(none, "Get kernel dump\n"), HasSubstr("usb 1-1: before\nusb 1-1: behind\n"));
+    EXPECT_THAT(none, Not(HasSubstr("ov5640: unsupported bit mode 0")));
+    EXPECT_THAT(TextOf(none, "Get application log dump\n"), HasSubstr("Listener on port 50000"));
+
+    ASSERT_EQ(Ctl(board, {"camera", "2", "plug", "hd-mjpeg"}).status, 0);
+    const auto formatTitles = [&] {
+        std::vector<std::string> titles;
+        for (const std::string& title : TitlesOf(Download(board)))
+            if (title.starts_with("Listing USB1 - ") || title.starts_with("Listing USB2 - ")) titles.push_back(title);
+        return titles;
+    };
+    EXPECT_TRUE(WaitUntil(15, [&] { return formatTitles().size() == 1; }));
+    EXPECT_THAT(formatTitles(), ElementsAre(testing::MatchesRegex("Listing USB2 - .+ - /dev/video[0-9]\n")));
+
+    ASSERT_EQ(Ctl(board, {"camera", "1", "plug", "fullhd-mjpeg"}).status, 0);
+    EXPECT_TRUE(WaitUntil(15, [&] { return formatTitles().size() == 2; }));
+    const std::vector<Section> both = SectionsOf(Download(board));
+    ASSERT_EQ(both.size(), 9);
+    EXPECT_THAT(both[4].title, StartsWith("Listing USB1 - Full HD Webcam - /dev/video"));
+    EXPECT_THAT(both[4].text, HasSubstr("1920x1080"));
+    EXPECT_THAT(both[5].title, StartsWith("Listing USB2 - "));
+
+    // Over telnet it is the same text, header included.
+    const std::string telnet = Telnet(board, "$GETLOG$");
+    EXPECT_THAT(telnet, StartsWith(kHeader + kSeparator + "Get status from application\n"));
+    EXPECT_THAT(telnet, EndsWith("END OF LOG\n" + kSeparator + "ACK\r\n"));
+}
+
+TEST(LogDownload, ToolsThatFailOrAreAbsent) {
+    const Board board = StartNewBoard({});
+    ASSERT_TRUE(WaitForOutput(board, kListening, 20)) << Output(board);
+    // The shell says so on standard error; the section stands there, empty.
+    Ctl(board, {"fault", "tool", "lsusb", "absent"});
+    Ctl(board, {"fault", "tool", "dmesg", "fail"});
+    const std::string log = Download(board);
+    EXPECT_EQ(TitlesOf(log).size(), 7);
+    EXPECT_EQ(TextOf(log, "Listing USB tree\n"), "");
+    EXPECT_EQ(TextOf(log, "Get kernel dump\n"), "");
+    EXPECT_NE(TextOf(log, "Get application log dump\n"), "");
+
+    // Without a shell no tool can be started: their sections are missing.
+    Ctl(board, {"fault", "tool", "sh", "absent"});
+    EXPECT_THAT(TitlesOf(Download(board)), ElementsAre("Get status from application\n", "END OF LOG\n"));
+}
+
+static long ResidentKilobytes(const Board& board) {
+    const int process = Status(board)["daemon"]["pid"];
+    std::ifstream status("/proc/" + std::to_string(process) + "/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with("VmRSS:")) return std::stol(line.substr(6));
+    return 0;
+}
+
+TEST(LogDownload, TenMegabytesCostNoMemory) {
+    const Board board = StartNewBoard({"--camera1", "hd-mjpeg"});
+    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    Download(board);
+    const int descriptors = Status(board)["daemon"]["descriptors"];
+    ASSERT_EQ(Ctl(board, {"fault", "tool", "journalctl", "flood"}).status, 0);
+    Download(board);
+    const long resident = ResidentKilobytes(board);
+    for (int round = 0; round < 3; ++round) {
+        const std::string log = Download(board);
+        const std::string text = TextOf(log, "Get application log dump\n");
+        EXPECT_EQ(text.size(), 10'000'000);
+        EXPECT_EQ(std::ranges::count(text, '\n'), 200'000);
+        EXPECT_THAT(log, EndsWith("END OF LOG\n" + kSeparator + "ACK\r\n"));
+    }
+    EXPECT_LT(ResidentKilobytes(board), resident + 2'000);
+
+    // Telnet is served meanwhile. One client goes away in the middle, the next stops reading: the server lives on.
+    {
+        TcpClient client(HttpPort(board));
+        Send(client, "GET /$GETLOG$ HTTP/1.1\r\n\r\n");
+        Receive(client, "flood 000500", 10);
+        EXPECT_THAT(Telnet(board, "$POLL$"), EndsWith("ACK\r\n"));
+        Reset(client);
+    }
+    const TcpClient deaf(HttpPort(board));
+    for (int i = 0; i < 2; ++i) Send(deaf, "GET /$GETLOG$ HTTP/1.1\r\n\r\n");
+    EXPECT_THAT(Http(board, "/$POLL$", 30), EndsWith("BLACK => disabled\r\nACK\r\n"));
+    EXPECT_TRUE(WaitUntil(10, [&] { return Status(board)["daemon"]["descriptors"] <= descriptors; }));
+    EXPECT_EQ(Status(board)["daemon"]["starts"], 1);
+}

@@ -1,0 +1,315 @@
+// The status report as each channel delivers it, and when it is broadcast.
+#include <gmock/gmock.h>
+#include <zlib.h>
+
+#include <array>
+#include <regex>
+#include <thread>
+
+#include "board_run.h"
+#include "tcp_client.h"
+
+using testing::HasSubstr;
+using Clock = std::chrono::steady_clock;
+
+static constexpr std::string_view kStart = "IMX->FX3 START\n", kDone = "IMX->FX3 DONE\n";
+
+// ---- Reports in the console's output ----
+
+static std::vector<std::string> Framed(const std::string& output) {
+    std::vector<std::string> reports;
+    for (size_t from = output.find(kStart); from != output.npos; from = output.find(kStart, from + 1)) {
+        const size_t end = output.find(kDone, from);
+        if (end != output.npos) reports.push_back(output.substr(from, end + kDone.size() - from));
+    }
+    return reports;
+}
+
+static std::vector<std::string> ReportsSince(const Board& board, size_t from) {
+    return Framed(Output(board).substr(from));
+}
+
+static bool ChecksumHolds(const std::string& report) {
+    const size_t covered = report.find("CHECKSUM_CRC32");
+    if (covered == report.npos) return false;
+    const auto crc = crc32(0, reinterpret_cast<const Bytef*>(report.data()), uInt(covered));
+    std::array<char, 60> line;
+    snprintf(line.data(), line.size(), "CHECKSUM_CRC32 => 0x%lX\nIMX->FX3 DONE\n", crc);
+    return report.substr(covered) == line.data();
+}
+
+// The lines that differ from board to board and from moment to moment.
+static std::string Settled(std::string text) {
+    text = std::regex_replace(text, std::regex("KEYPAD => [0-9]+\\.[0-9]+"), "KEYPAD => (version)");
+    text = std::regex_replace(text, std::regex("MAC => [0-9a-f]{2}(:[0-9a-f]{2}){5}"), "MAC => (mac)");
+    text = std::regex_replace(text, std::regex("TEMP => [1-9][0-9]?(?=\r?\n)"), "TEMP => (degrees)");
+    text = std::regex_replace(text, std::regex("FRAMECNT => [1-9][0-9]*(?=\r?\n)"), "FRAMECNT => (frames)");
+    return std::regex_replace(text, std::regex("CHECKSUM_CRC32 => 0x[1-9A-F][0-9A-F]*(?=\n)"),
+                              "CHECKSUM_CRC32 => (crc)");
+}
+
+static std::string Replaced(const std::string& text, const std::string& pattern, const std::string& by) {
+    return std::regex_replace(text, std::regex(pattern), by);
+}
+
+// ---- Channels ----
+
+// What is printed behind these lines until the text comes.
+static std::string Console(const Board& board, const std::string& lines, std::string_view until = "ACK\r\n") {
+    const size_t from = OutputSize(board);
+    Type(board, lines);
+    WaitForOutput(board, until, 10, from);
+    return Output(board).substr(from);
+}
+
+// The trace has it all, however long the answer takes.
+static std::string Serial(const Board& board, const std::string& command) {
+    Ctl(board, {"trace", "--clear"});
+    Ctl(board, {"serial", command});
+    std::string answer;
+    WaitUntil(10, [&] {
+        answer.clear();
+        for (const Json& entry : TraceLines(board, "serial"))
+            if (entry["node"] == "/dev/ttymxc2") answer += entry["received"].get<std::string>();
+        return answer.ends_with("ACK\r\n");
+    });
+    return answer;
+}
+
+// A broadcast may come in between; the answer is the report right before its ACK.
+static std::string FramedOnConsole(const Board& board) {
+    const std::vector<std::string> reports = Framed(Console(board, "<GET>\n", "IMX->FX3 DONE\nACK\r\n"));
+    if (reports.empty()) return "no report";
+    EXPECT_TRUE(ChecksumHolds(reports.back())) << reports.back();
+    return reports.back();
+}
+
+// Framed text to what the other channels say of the same state.
+static std::string AsSerial(const std::string& framed) {
+    return Replaced(framed, "IMX->FX3 (START|DONE)\n|(TEMP|ENLOG|ENJPEGPARSE|FRAMECNT|CHECKSUM_CRC32) =>.*\n", "") +
+           "ACK\r\n";
+}
+
+static std::string AsNetwork(const std::string& framed) {
+    return Replaced(Replaced(framed, "IMX->FX3 (START|DONE)\n|(OS|CHECKSUM_CRC32) =>.*\n", ""), "\n", "\r\n") +
+           "ACK\r\n";
+}
+
+// A source may be locked to, or a picture be on its way, when the first answers are given.
+static std::string Eventually(const std::string& expected, const std::function<std::string()>& answer) {
+    std::string last;
+    WaitUntil(10, [&] {
+        last = Settled(answer());
+        return last == expected;
+    });
+    return last;
+}
+
+static void ExpectOnEveryChannel(const Board& board, const std::string& framed) {
+    const std::string serial = AsSerial(framed), network = AsNetwork(framed);
+    EXPECT_EQ(Eventually(framed, [&] { return FramedOnConsole(board); }), framed);
+    EXPECT_EQ(Eventually(serial, [&] { return Serial(board, "<GET>"); }), serial);
+    EXPECT_EQ(Eventually(network, [&] { return Telnet(board, "$GET$"); }), network);
+    EXPECT_EQ(Eventually(network, [&] { return Http(board, "/$GET$"); }), network);
+}
+
+// ---- The text ----
+
+static const std::string kComposer = R"(IMX->FX3 START
+Tesselvisor => 2.0.12
+DeviceID => 0
+FX3 => N/A
+FPGA => N/A
+EDID => 7
+OS => 20190412
+KEYPAD => (version)
+Input 1 => 1280x720 MJPEG 30Hz
+Input 2 => Unlocked
+Input 3 => 1280x720
+Audio Jack => Not Detected
+VIEW => PPTR2
+BLACK => enabled
+DHCP => 1
+IP => 192.168.0.57
+NETMASK => 255.255.255.0
+MAC => (mac)
+GATEWAY => 192.168.0.1
+AIN1 => 1
+AIN2 => 2
+AIN3 => 3
+AIN4 => 251
+AOUT1 => 5
+AOUT2 => 6
+AOUT3 => 7
+AOUT4 => 8
+AOUTHDMI => 9
+AOUTANALOG => 10
+AOUTUSB1 => 11
+AOUTUSB2 => 12
+ACFG => 1
+INV1 => 0
+INV2 => 1
+INV3 => 2
+INV4 => 3
+MUTEIN => 0
+SBTN => 14
+USBOUT => STREAM
+BLANK => 0
+HDMI => 1920x1080 60Hz
+TEMP => (degrees)
+ENLOG => 0
+ENJPEGPARSE => 0
+FRAMECNT => (frames)
+CHECKSUM_CRC32 => (crc)
+IMX->FX3 DONE
+)";
+
+// Every number another one.
+static constexpr const char* kSetUp =
+    "<AIN1 1>\n<AIN2 2>\n<AIN3 3>\n<AIN4 -5>\n<AOUT1 5>\n<AOUT2 6>\n<AOUT3 7>\n<AOUT4 8>\n<AOUTHDMI 9>\n"
+    "<AOUTANALOG 10>\n<AOUTUSB1 11>\n<AOUTUSB2 12>\n<ACFG 1>\n<INV 2 1>\n<INV 3 2>\n<INV 4 3>\n<SBTN 14>\n"
+    "<USBSTREAM>\n<PPTR2>\n<BLK>\n<ENBCAST 0>\n<POLL>\n";
+
+TEST(StatusReport, SaysTheSameOnEveryChannel) {
+    const Board board = StartNewBoard({"--camera1", "hd-mjpeg", "--hdmi-in", "1280x720p60"});
+    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    Console(board, kSetUp, "BLACK => enabled\nACK\r\n");
+    ExpectOnEveryChannel(board, kComposer);
+    EXPECT_EQ(Serial(board, "<POLL>"), "VIEW => PPTR2\nBLACK => enabled\nACK\r\n");
+    EXPECT_THAT(Console(board, "<POLL>\n"), HasSubstr("VIEW => PPTR2\nBLACK => enabled\nACK\r\n"));
+    EXPECT_EQ(Telnet(board, "$POLL$"), "PPTR2\r\nBLACK => enabled\r\nACK\r\n");
+
+    // Nothing attached, a static address, nobody streaming.
+    Ctl(board, {"camera", "1", "unplug"});
+    Ctl(board, {"hdmi-in", "0", "off"});
+    Console(board, "<USBNSTREAM>\n<SHW>\n<S1>\n<DHCP 2>\n<POLL>\n", "BLACK => disabled\nACK\r\n");
+    std::string framed = Replaced(kComposer, "Input ([13]) => .*", "Input $1 => Unlocked");
+    framed = Replaced(framed, "PPTR2", "S1");
+    framed = Replaced(framed, "enabled", "disabled");
+    framed = Replaced(framed, "DHCP => 1", "DHCP => 0");
+    framed = Replaced(framed, "=> STREAM", "=> NSTREAM");
+    framed = Replaced(framed, "FRAMECNT.*\n", "");
+    ExpectOnEveryChannel(board, framed);
+}
+
+TEST(StatusReport, ToolsThatDoNotAnswer) {
+    const Board board = StartNewBoard({"--camera1", "hd-mjpeg"});
+    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    Console(board, "<ENBCAST 0>\n");
+    EXPECT_THAT(Console(board, "<LANTEST>\n"), HasSubstr("IP Address: 192.168.0.57\nACK\r\n"));
+
+    const auto fault = [&board](const char* tool, const char* what) {
+        ASSERT_EQ(Ctl(board, {"fault", "tool", tool, what}).status, 0) << tool;
+    };
+    fault("connmanctl", "fail");
+    EXPECT_THAT(Settled(FramedOnConsole(board)),
+                HasSubstr("IP => Not found\nNETMASK => Not found\nMAC => (mac)\nGATEWAY => Not found\nAIN1"));
+    EXPECT_THAT(Settled(Telnet(board, "$GET$")),
+                HasSubstr("IP => Not found\r\nNETMASK => Not found\r\nMAC => (mac)\r\nGATEWAY => Not found\r\nAIN1"));
+    EXPECT_THAT(Console(board, "<LANTEST>\n"), HasSubstr("Not connected.\nACK\r\n"));
+    fault("connmanctl", "off");
+
+    for (const char* tool : {"ifconfig", "fbset", "ethtool"}) fault(tool, "fail");
+    EXPECT_THAT(Settled(Telnet(board, "$GET$")), HasSubstr("NETMASK => 255.255.255.0\r\nGATEWAY => 192.168.0.1\r\n"));
+    EXPECT_THAT(FramedOnConsole(board), HasSubstr("BLANK => 0\nTEMP => "));
+    EXPECT_THAT(Console(board, "<LANTEST>\n"), HasSubstr("Not connected.\nACK\r\n"));
+}
+
+TEST(StatusReport, FourInputVariantNumbersTheReceiversPorts) {
+    const Board board = StartNewBoard({"--device-id", "1", "--camera1", "fullhd-mjpeg", "--hdmi-in", "1920x1080p30"});
+    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    ASSERT_EQ(Ctl(board, {"hdmi-in", "1", "1280x720p60"}).status, 0);
+    Console(board, "<ENBCAST 0>\n");
+    for (const char* input : {"IN3", "IN4", "IN3"}) {
+        Console(board, std::string("<") + input + ">\n");
+        const std::string lines =
+            std::string("Input 1 => 1920x1080 MJPEG 30Hz\nInput 2 => Unlocked\nInput 3 => 1920x1080\n") +
+            "Input 4 => 1280x720\nVIEW => " + input + "\nBLACK => disabled\n";
+        // The receiver locks anew behind each switch; the other lines stay as they are.
+        const std::string framed = Replaced(Settled(FramedOnConsole(board)), "Input 1 =>[^]*\nBLACK => .*\n", lines);
+        EXPECT_THAT(framed, HasSubstr("DeviceID => 1\n"));
+        ExpectOnEveryChannel(board, framed);
+    }
+}
+
+// ---- The broadcast ----
+
+static std::string ViewIn(const std::string& report) { return Replaced(report, "[^]*\nVIEW => (.*)\n[^]*", "$1"); }
+
+static std::vector<std::string> ViewsSince(const Board& board, size_t from) {
+    std::vector<std::string> views;
+    for (const std::string& report : ReportsSince(board, from)) {
+        EXPECT_TRUE(ChecksumHolds(report)) << report;
+        views.push_back(ViewIn(report));
+    }
+    return views;
+}
+
+static double SecondsToNextReport(const Board& board) {
+    const size_t from = OutputSize(board);
+    const auto start = Clock::now();
+    EXPECT_TRUE(WaitForOutput(board, kDone, 20, from));
+    return Seconds(Clock::now() - start).count();
+}
+
+TEST(Broadcast, OneForEachNewSelectionAndEveryFewSeconds) {
+    const Board board = StartNewBoard({"--camera1", "hd-mjpeg"});
+    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    EXPECT_THAT(ViewsSince(board, 0), testing::Contains("S1")) << "the first poll tells";
+    Console(board, "<ENBCAST 0>\n");
+
+    const size_t quiet = OutputSize(board);
+    std::vector<std::string> told;
+    const auto tellsOnceMore = [&](const char* view) {
+        told.push_back(view);
+        WaitUntil(2, [&] { return ViewsSince(board, quiet).size() >= told.size(); });
+        EXPECT_EQ(ViewsSince(board, quiet), told);
+    };
+    Type(board, "<SS>\n");
+    tellsOnceMore("SS1");
+    Ctl(board, {"serial", "<SS2>"});
+    tellsOnceMore("SS2");
+    Telnet(board, "$TB$");
+    tellsOnceMore("TB2");
+    Http(board, "/$S2$");
+    tellsOnceMore("S2");
+    for (const char* command : {"$S2$", "$BLK$", "$SHW$"}) Telnet(board, command);  // nothing new is selected
+    std::this_thread::sleep_for(Seconds(7));
+    EXPECT_EQ(ViewsSince(board, quiet), told);
+
+    // Six to seven seconds: more than five whole ones, and the report's own time.
+    Console(board, "<ENBCAST 1>\n");
+    for (int i = 0; i < 2; ++i) {
+        const double seconds = SecondsToNextReport(board);
+        EXPECT_GT(seconds, 4.8);
+        EXPECT_LT(seconds, 7 * Patience());
+    }
+    std::this_thread::sleep_for(Seconds(3));
+    Console(board, "<POLL>\n");
+    EXPECT_GT(SecondsToNextReport(board), 4.8) << "who types is not interrupted";
+}
+
+TEST(Broadcast, ThirteenthWhileTheLogIsReadOverTelnet) {
+    const Board board = StartNewBoard({"--camera1", "hd-mjpeg"});
+    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    Console(board, "<ENBCAST 0>\n");
+    const TcpClient client(TelnetPort(board));
+    Send(client, "$ENLOG_1$");
+    Receive(client, "ACK\r\n");
+
+    // The console's answers go to the log's reader as well.
+    for (int call = 1; call <= 26; ++call) {
+        Type(board, "<GET>\n");
+        const std::string answer = Receive(client, "ACK\r\n");
+        EXPECT_EQ(Framed(answer).size(), call % 13 == 0 ? 1U : 0U) << call << answer;
+    }
+    for (const char* view : {"<SS1>\n", "<SS2>\n"}) {
+        Type(board, view);
+        EXPECT_THAT(Framed(Receive(client, kDone, 1)), testing::IsEmpty()) << view;
+    }
+    EXPECT_THAT(Telnet(board, "$GET$"), HasSubstr("ENLOG => 1\r\n")) << "whoever asks is answered";
+    const size_t from = OutputSize(board);
+    Send(client, "$ENLOG_0$");
+    EXPECT_TRUE(WaitForOutput(board, "STDOUT/STDERR to console.\n", 5, from));
+    EXPECT_THAT(FramedOnConsole(board), HasSubstr("ENLOG => 0\n"));
+}
