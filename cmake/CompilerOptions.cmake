@@ -11,3 +11,6 @@ elseif(TESSEL_SANITIZER STREQUAL "thread")
 elseif(TESSEL_SANITIZER)
     message(FATAL_ERROR "TESSEL_SANITIZER is '${TESSEL_SANITIZER}': use address or thread")
 endif()
+if(TESSEL_SANITIZER)
+    add_compile_options(-Wno-maybe-uninitialized)  # g++ 12 warns of its own library there
+endif()

@@ -42,7 +42,7 @@ TEST(NetworkLog, FollowsTheLastTelnetClient) {
     const size_t from = OutputSize(board);
     const TcpClient first(port);
     EXPECT_TRUE(WaitForOutput(board, kToConsole, 5, from)) << "every connection says where the log goes";
-    EXPECT_EQ(Ask(first, "$ENLOG_1$"), kAck);
+    EXPECT_THAT(Ask(first, "$ENLOG_1$"), StartsWith(kAck)) << "log lines may follow";
     EXPECT_THAT(LogOfRequest(board, first), HasSubstr(kLogLine));
     EXPECT_FALSE(ReachesConsole(board));
     {
@@ -58,7 +58,7 @@ TEST(NetworkLog, FollowsTheLastTelnetClient) {
         EXPECT_THAT(LogOfRequest(board, third), HasSubstr(kLogLine));
         Reset(third);
     }
-    EXPECT_THAT(Ask(first, "$ENLOG_1$"), EndsWith(kAck));
+    EXPECT_THAT(Ask(first, "$ENLOG_1$"), StartsWith(kAck));
     const size_t before = OutputSize(board);
     EXPECT_THAT(Ask(first, "$ENLOG_0$"), EndsWith(kAck)) << "log lines may stand before it";
     EXPECT_TRUE(WaitForOutput(board, kToConsole, 2, before));
@@ -70,7 +70,7 @@ TEST(NetworkLog, FollowsTheLastTelnetClient) {
 // The console has the log of a new start until a telnet client connects.
 TEST(NetworkLog, StoredWithTheSettings) {
     const Board board = StartListeningBoard();
-    EXPECT_EQ(Telnet(board, "$ENLOG_1$"), kAck);
+    EXPECT_THAT(Telnet(board, "$ENLOG_1$"), StartsWith(kAck));
     const size_t from = OutputSize(board);
     EXPECT_THAT(Telnet(board, "$SAVE$$RESTART$", "ACK\r\nACK\r\n"), EndsWith("ACK\r\nACK\r\n"));
     ASSERT_TRUE(WaitForOutput(board, "Waiting for incoming connections...\n", 20, from)) << Output(board);
@@ -98,7 +98,7 @@ TEST(NetworkLog, OverHttp) {
 TEST(NetworkLog, ClientThatStopsReadingStopsNobody) {
     const Board board = StartListeningBoard();
     const TcpClient deaf(TelnetPort(board));
-    EXPECT_EQ(Ask(deaf, "$ENLOG_1$"), kAck);
+    EXPECT_THAT(Ask(deaf, "$ENLOG_1$"), StartsWith(kAck));
     ASSERT_EQ(Ctl(board, {"fault", "tool", "ifconfig", "flood"}).status, 0);
     EXPECT_EQ(Http(board, "/$NETMASK_255_255_255_0$"), kAck);
     for (int i = 0; i < 50; ++i) EXPECT_THAT(Http(board, "/$POLL$"), EndsWith(kAck));
