@@ -150,7 +150,9 @@ BoardRun::~BoardRun() {
 int StopBoard(const Board& board) { return Stop(*board); }
 
 int WaitForEnd(const Board& board, double seconds) {
-    return WaitUntil(seconds, [&board] { return Ended(*board); }) ? board->exitStatus : -1;
+    if (!WaitUntil(seconds, [&board] { return Ended(*board); })) return -1;
+    if (board->reader.joinable()) board->reader.join();  // its last words
+    return board->exitStatus;
 }
 
 void Type(const Board& board, const std::string& text) {
