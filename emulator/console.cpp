@@ -123,7 +123,7 @@ static void PassInput() {
         close(toDaemon);
         toDaemon = -1;
     }
-    if (!inputWatched && !inputEnded) TakeInput();
+    if (!inputWatched && !inputEnded && pending.size() < kPendingBytes) TakeInput();
 }
 
 static bool ReadInput() {
@@ -146,8 +146,8 @@ static void TakeInput() {
         PassInput();
     });
     if (inputWatched) return;
-    while (ReadInput()) continue;  // a plain file cannot be waited for, and need not be
-    inputEnded = true;
+    // A plain file cannot be waited for, and need not be; the rest of it is read when the daemon has taken this.
+    while (pending.size() < kPendingBytes && ReadInput()) continue;
     PassInput();
 }
 
