@@ -143,7 +143,8 @@ TEST(LogDownload, TenMegabytesCostNoMemory) {
         EXPECT_EQ(std::ranges::count(text, '\n'), 200'000);
         EXPECT_THAT(log, EndsWith("END OF LOG\n" + kSeparator + "ACK\r\n"));
     }
-    EXPECT_LT(ResidentKilobytes(board), resident + 2'000);
+    // A sanitizer keeps what was freed.
+    if (Patience() == 1) EXPECT_LT(ResidentKilobytes(board), resident + 2'000);
 
     // Telnet is served meanwhile. One client goes away in the middle, the next stops reading: the server lives on.
     {
