@@ -143,8 +143,8 @@ TEST(LogDownload, TenMegabytesCostNoMemory) {
         EXPECT_EQ(std::ranges::count(text, '\n'), 200'000);
         EXPECT_THAT(log, EndsWith("END OF LOG\n" + kSeparator + "ACK\r\n"));
     }
-    // A sanitizer keeps what was freed.
-    if (Patience() == 1) EXPECT_LT(ResidentKilobytes(board), resident + 2'000);
+    const bool sanitized = Patience() > 1;  // then what was freed is kept
+    EXPECT_TRUE(sanitized || ResidentKilobytes(board) < resident + 2'000) << resident << " kB before";
 
     // Telnet is served meanwhile. One client goes away in the middle, the next stops reading: the server lives on.
     {
