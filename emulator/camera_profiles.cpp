@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -13,6 +14,8 @@ using Json = nlohmann::ordered_json;  // sizes and formats keep their order
 static constexpr size_t kFileLimit = 1u << 20;
 static constexpr uint32_t kRepeatsLimit = 4096;
 static constexpr size_t kExtensionDataLimit = 1024;
+static constexpr unsigned kLowestSoundRate = 8000, kHighestSoundRate = 96000, kSoundChannelsLimit = 8;
+static constexpr int kPpmLimit = 10000;
 static constexpr std::string_view kRecordingPrefix = "recording:";
 
 [[noreturn]] static void Refuse(const std::string& what) { throw std::invalid_argument(what); }
@@ -172,12 +175,20 @@ static ExtensionControl ReadExtension(const Json& json) {
     return extension;
 }
 
-static SoundProfile ReadSound(const Json& json, const char* name) {
+SoundProfile ReadSound(const Json& json, const char* name) {
     if (!json.contains(name)) return {};
     const Json& sound = json.at(name);
-    return {.present = true,
-            .channels = sound.at("channels").get<unsigned>(),
-            .rates = sound.at("rates").get<std::vector<unsigned>>()};
+    SoundProfile profile = {.present = true,
+                            .channels = sound.at("channels").get<unsigned>(),
+                            .rates = sound.at("rates").get<std::vector<unsigned>>(),
+                            .ppm = sound.value("ppm", 0)};
+    const bool fair = std::ranges::all_of(
+        profile.rates, [](unsigned rate) { return rate >= kLowestSoundRate && rate <= kHighestSoundRate; });
+    if (profile.channels < 1 || profile.channels > kSoundChannelsLimit || profile.rates.empty() || !fair ||
+        std::abs(profile.ppm) > kPpmLimit)
+        Refuse(std::string(name) + ": 1 to 8 channels, rates from 8000 to 96000, ppm up to 10000");
+    std::ranges::sort(profile.rates);
+    return profile;
 }
 
 // ---- A file

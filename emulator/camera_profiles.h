@@ -17,8 +17,8 @@
 //                       button
 //         "extensionUnits": [{"unit": 11, "selector": 2, "data": [0]}],
 //         "recording": "film.mkv",                     optional, beside this file or the program: played instead
-//         "microphone": {"channels": 2, "rates": [48000]}, "speaker": {...}
-//     }
+//         "microphone": {"channels": 2, "rates": [48000], "ppm": -30}, "speaker": {...}
+//     }                                                optional; "ppm" if its clock is not exact
 //
 // Supervisor's thread or before it runs; reads files.
 #pragma once
@@ -34,7 +34,8 @@
 struct SoundProfile {
     bool present = false;
     unsigned channels = 0;
-    std::vector<unsigned> rates;
+    std::vector<unsigned> rates;  // rising
+    int ppm = 0;                  // how much too fast the clock is
 };
 
 struct CameraProfile {
@@ -52,6 +53,9 @@ struct CameraProfileResult {
     CameraProfile profile;
     std::string error;  // empty: good
 };
+
+// A microphone or speaker in a profile of any kind; throws when it is malformed.
+SoundProfile ReadSound(const nlohmann::ordered_json& json, const char* name);
 
 CameraProfileResult ParseCameraProfile(std::string_view json, const std::filesystem::path& file);
 

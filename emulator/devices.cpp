@@ -11,6 +11,7 @@
 #include "journal.h"
 #include "monitor.h"
 #include "serial_line.h"
+#include "sound_card.h"
 #include "system_files.h"
 #include "udev_events.h"
 #include "watchdog.h"
@@ -27,6 +28,7 @@ static constexpr std::array kDevices{
     Device{.name = "hdmi receiver", .powerOn = PowerOnHdmiReceiver},
     Device{.name = "monitor", .powerOn = PowerOnMonitor},
     Device{.name = "hdmi capture", .powerOn = PowerOnHdmiCapture},  // the first video node
+    Device{.name = "sound", .powerOn = PowerOnSound},               // cameras bring cards of their own
     Device{.name = "cameras", .powerOn = PowerOnCameras},
 };
 

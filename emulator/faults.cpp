@@ -15,6 +15,7 @@
 #include "board.h"
 #include "i2c_bus.h"
 #include "sandbox.h"
+#include "sound_card.h"
 
 namespace fs = std::filesystem;
 
@@ -135,6 +136,7 @@ static constexpr std::array kKinds{
     FaultKind{"tool", ToolFaultVerb},
     FaultKind{"disk", DiskFaultVerb},
     FaultKind{"i2c", I2cFaultVerb},
+    FaultKind{"sound", SoundFaultVerb},
 };
 
 VerbAnswer FaultVerb(const VerbWords& words) {

@@ -26,6 +26,7 @@
 #include "monitor.h"
 #include "port_forward.h"
 #include "sandbox.h"
+#include "sound_profiles.h"
 #include "supervisor.h"
 
 namespace fs = std::filesystem;
@@ -208,6 +209,8 @@ static int Control(Arguments arguments) {
 static int ListProfiles(Arguments) {
     for (const CameraProfile& camera : ListCameraProfiles())
         printf("camera   %-18s %s\n", camera.name.c_str(), camera.description.c_str());
+    for (const SoundDeviceProfile& sound : ListSoundProfiles())
+        printf("sound    %-18s %s\n", sound.name.c_str(), sound.description.c_str());
     for (const MonitorSummary& monitor : ListMonitors())
         printf("monitor  %-18s %s\n", monitor.name.c_str(), monitor.description.c_str());
     return 0;

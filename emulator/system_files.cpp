@@ -16,6 +16,7 @@
 #include "board.h"
 #include "camera.h"
 #include "edid.h"
+#include "sound_card.h"
 #include "supervisor.h"
 #include "text.h"
 #include "trace.h"
@@ -147,6 +148,7 @@ static void CloseHostDriver(OpenFile& file) {
     const bool bound = !file.path.ends_with("/unbind");
     Trace("file", {{"path", file.path}, {"written", *device}});
     UsbHostBound(device->back() - '0', bound);
+    SoundHostBound(device->back() - '0', bound);
 }
 
 static const DeviceModel kHostDriverModel{.name = "USB host driver", .open = OpenHostDriver, .close = CloseHostDriver};

@@ -10,8 +10,10 @@ static std::deque<std::string> lines;
 static const int64_t start = NowMicroseconds();
 static void (*follower)(const std::string&) = nullptr;
 
+int64_t TraceTime(int64_t microseconds) { return microseconds - start; }
+
 void Trace(std::string_view what, Json fields) {
-    Json record{{"t", NowMicroseconds() - start}, {"what", what}};
+    Json record{{"t", TraceTime(NowMicroseconds())}, {"what", what}};
     record.update(fields);
     // Arguments of programs and serial lines may carry any bytes.
     lines.push_back(record.dump(-1, ' ', false, Json::error_handler_t::replace));

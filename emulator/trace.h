@@ -11,8 +11,9 @@
 using Json = nlohmann::ordered_json;
 
 // Records {"t": microseconds, "what": what, ...fields}. Kinds in use: "i2c", "gpio", "ioctl", "exec", "watchdog",
-// "plug", "reset", "daemon", "file", "serial", "framebuffer", "fault", "journal".
+// "plug", "reset", "daemon", "file", "serial", "framebuffer", "fault", "journal", "sound".
 void Trace(std::string_view what, Json fields);
+int64_t TraceTime(int64_t microseconds);  // of NowMicroseconds(), as "t" tells it
 void ClearTrace();
 
 std::string TraceText();                                  // every line kept

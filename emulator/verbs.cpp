@@ -18,6 +18,7 @@
 #include "sandbox.h"
 #include "serial_line.h"
 #include "service_manager.h"
+#include "sound_card.h"
 #include "supervisor.h"
 #include "system_files.h"
 #include "trace.h"
@@ -87,12 +88,15 @@ static constexpr std::array kVerbs{
     Verb{"strap60", "strap60 on|off", Strap60Verb},
     Verb{"serial", "serial TEXT", SerialVerb},
     Verb{"console", "console [TEXT]", ConsoleVerb},
+    Verb{"audio", "audio", AudioVerb},
+    Verb{"tone", "tone SOURCE on|off", ToneVerb},
+    Verb{"sound", "sound PORT plug PROFILE | unplug", SoundVerb},
     Verb{"leds", "leds", LedsVerb},
     Verb{"gpio", "gpio", GpioVerb},
     Verb{"i2c", "i2c", I2cVerb},
     Verb{"fault",
          "fault tool NAME fail|hang|silent|flood|slow|absent|off | disk full|readonly|off | i2c ADDRESS nak "
-         "[N]|hang|off",
+         "[N]|hang|off | sound PLACE busy|gone|xrun|off",
          FaultVerb},
     Verb{"temperature", "temperature CELSIUS", TemperatureVerb},
     Verb{"kernel-log", "kernel-log TEXT", KernelLogVerb},
