@@ -212,10 +212,12 @@ TEST(BoardPorts, PassOnResets) {
         const int client = accept(listening, nullptr, nullptr);
         const linger atOnce{.l_onoff = 1, .l_linger = 0};
         setsockopt(client, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
-        return send(client, "last words\n", 11, 0) == 11 ? 0 : 1;
+        // A reset may overtake what was sent before it: it waits until that was read.
+        return send(client, "last words\n", 11, 0) == 11 && recv(client, Buffer().data(), 1, 0) == 1 ? 0 : 1;
     });
     const TcpClient client(TelnetPort(board));
     EXPECT_EQ(Receive(client, "\n"), "last words\n");
+    Send(client, "!");
     EXPECT_TRUE(ResetByServer(client));
     EXPECT_EQ(resets.Result(), 0);
 
