@@ -24,8 +24,8 @@ std::vector<int16_t> MakeTone(unsigned frequency, unsigned rate, double decibels
 // Amplitude of each 5 Hz bin, for samples of 1/5 s. Quick for any usual rate (small prime factors).
 std::vector<float> Spectrum(std::span<const int16_t> samples);
 
-// Of the sine in whose 5 Hz bin this frequency is, for samples of 1/5 s: to a small part of a hertz, by how far its phase
-// moves from one half of them to the other.
+// Of the sine in whose 5 Hz bin this frequency is, for samples of 1/5 s: to a small part of a hertz, by how far its
+// phase moves from one half of them to the other.
 double ExactFrequency(std::span<const int16_t> samples, unsigned frequency, unsigned rate);
 
 // Of the whole, or of one frequency under a window that hides neighbours more than 150 Hz away from 20 ms of samples.
