@@ -106,7 +106,7 @@ static void ParkSpareCores() {
     RunShell("echo 0 > /sys/devices/system/cpu/cpu3/online");
 }
 
-// There is no sound room yet to find the analog codec's card, so the codec cannot be set up.
+// Sound is not started yet, and its codec is not set up.
 static int SetUpAudioChannel() { return 1; }
 
 static int QuietSystemMessages() {

@@ -329,13 +329,6 @@ static void MutePipeline(const AudioPipeline& p) {
     g_signal_handlers_disconnect_by_func(p.bus, reinterpret_cast<gpointer>(HandleBusMessage), nullptr);
 }
 
-static void DrainMainContext() {
-    for (int i = 0; i < 1000 && g_main_context_pending(nullptr); ++i) {
-        g_main_context_iteration(nullptr, FALSE);
-        usleep(1'000);
-    }
-}
-
 static void DestroyPipeline(AudioPipeline& p) {
     gst_element_set_state(p.pipeline, GST_STATE_NULL);
     if (gst_element_get_state(p.pipeline, nullptr, nullptr, 5 * GST_SECOND) == GST_STATE_CHANGE_FAILURE)

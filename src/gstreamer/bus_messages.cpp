@@ -95,3 +95,10 @@ gboolean HandleBusMessage(GstBus*, GstMessage* message, gpointer) {
     g_error_free(error);
     return TRUE;
 }
+
+void DrainMainContext() {
+    for (int i = 0; i < 1000 && g_main_context_pending(nullptr); ++i) {
+        g_main_context_iteration(nullptr, FALSE);
+        usleep(1'000);
+    }
+}

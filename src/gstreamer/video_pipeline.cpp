@@ -1,9 +1,7 @@
 #include "gstreamer/video_pipeline.h"
 
 #include <array>
-#include <chrono>
 #include <initializer_list>
-#include <thread>
 
 #include "core/log.h"
 #include "core/shell.h"
@@ -363,15 +361,6 @@ static void StopPipeline(GstElement* pipeline) {
     }
     if (gst_element_get_state(pipeline, nullptr, nullptr, 5 * GST_SECOND) == GST_STATE_CHANGE_FAILURE)
         LogInfo("Warning: Video pipeline state change to NULL failed\n");
-}
-
-// What the elements have posted to the main context still refers to them. Another thread may keep the context busy for
-// its own sake, so the drain is bounded.
-static void DrainMainContext() {
-    for (int i = 0; i < 1000 && g_main_context_pending(nullptr); ++i) {
-        g_main_context_iteration(nullptr, FALSE);
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
 }
 
 void DestroyVideoPipeline(VideoPipeline& p) {
