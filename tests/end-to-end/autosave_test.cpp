@@ -16,32 +16,32 @@ TEST(Autosave, LayoutAndSourceAloneNeverSave) {
     const Board board =
         StartNewBoard({"--camera1", "fullhd-mjpeg", "--camera2", "hd-mjpeg", "--hdmi-in", "1920x1080p30"});
     ASSERT_TRUE(WaitForPicture(board)) << Output(board);
-    WaitUntil(kOnePeriod, [] { return false; });
+    Pause(kOnePeriod);
     const size_t from = OutputSize(board);
     const auto saved = SavedSettings(board);
     for (const char* command : {"<PPTR2>\n", "<SWHDMI>\n", "<SS>\n", "<SW>\n", "<BLK>\n"}) {
         Type(board, command);
-        WaitUntil(kOnePeriod / 5, [] { return false; });
+        Pause(kOnePeriod / 5);
     }
-    WaitUntil(kOnePeriod, [] { return false; });
+    Pause(kOnePeriod);
     EXPECT_EQ(Saves(board, from), 0) << Output(board).substr(from);
     EXPECT_EQ(SavedSettings(board), saved);
     // A change that does not count, beside them.
     Type(board, "<USBSTREAM>\n");
-    WaitUntil(kOnePeriod, [] { return false; });
+    Pause(kOnePeriod);
     EXPECT_EQ(Saves(board, from), 0);
 }
 
 TEST(Autosave, CountedFieldIsSavedOnceWithTheLayout) {
     const Board board = StartNewBoard({"--camera1", "fullhd-mjpeg"});
     ASSERT_TRUE(WaitForPicture(board)) << Output(board);
-    WaitUntil(kOnePeriod, [] { return false; });
+    Pause(kOnePeriod);
     const size_t from = OutputSize(board);
     Type(board, "<S2>\n");  // S2Count counts, and stays while USB 2 is absent
     ASSERT_TRUE(WaitForOutput(board, "Saving configuration.\n", kOnePeriod, from)) << Output(board);
     ASSERT_TRUE(WaitUntil(2, [&] { return SavedSettings(board).size() == 136; }));
     EXPECT_EQ(SavedSettings(board)[6], 1) << "View travels with the save";
     EXPECT_EQ(SavedSettings(board)[52], 1);
-    WaitUntil(kOnePeriod, [] { return false; });
+    Pause(kOnePeriod);
     EXPECT_EQ(Saves(board, from), 1);
 }

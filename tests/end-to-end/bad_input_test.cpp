@@ -33,7 +33,7 @@ TEST(BadInput, CameraThatSendsGarbage) {
     const Board board = StartNewBoard({"--camera1", "fullhd-mjpeg", "--camera2", "hd-mjpeg"});
     ASSERT_TRUE(WaitForPicture(board)) << Output(board);
     ASSERT_EQ(Ctl(board, {"camera", "1", "garbage"}).status, 0);
-    WaitUntil(4, [] { return false; });
+    Pause(4);
     Type(board, "<S2>\n");
     EXPECT_TRUE(ShowsFull(board, '2', 12)) << Seen(board);
     ExpectAliveAndObedient(board);

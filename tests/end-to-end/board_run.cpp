@@ -181,7 +181,7 @@ bool WaitForOutput(const Board& board, std::string_view text, double seconds, si
 std::string TypeAndRead(const Board& board, const std::string& line, double seconds) {
     const size_t from = OutputSize(board);
     Type(board, line);
-    std::this_thread::sleep_for(Seconds(seconds * Patience()));
+    Pause(seconds * Patience());
     return Output(board).substr(from);
 }
 
@@ -261,8 +261,10 @@ std::optional<PictureMark> MarkIn(const Picture& picture, Window window) {
     return ReadPictureMark(picture.bgrx, picture.width, picture.height, picture.width * 4, window);
 }
 
+void Pause(double seconds) { std::this_thread::sleep_for(Seconds(seconds)); }
+
 bool WaitUntil(double seconds, const std::function<bool()>& holds) {
-    const auto deadline = Clock::now() + Seconds(seconds * Patience());
+    const auto deadline = Clock::now() + Seconds(seconds * Patience() + kBusyMachineSeconds);
     while (!holds()) {
         if (Clock::now() > deadline) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(20));

@@ -2,8 +2,9 @@
 // `tessel-emulator ctl`, looks at the picture. Each test owns its board; boards share nothing, so tests run side by
 // side.
 //
-// Waiting functions poll until the deadline and return false (or nothing) when it passes; they never fail a test
-// themselves.
+// Waiting functions are given the time that the daemon should need and poll until it has passed and some more: tests
+// judge what happens, benchmarks how fast. They return false (or nothing) then and never fail a test themselves. To see
+// that something does not happen, Pause and look.
 #pragma once
 
 #include <chrono>
@@ -24,6 +25,11 @@ using Seconds = std::chrono::duration<double>;
 
 // Sanitizers slow everything but the clocks; deadlines of things that compute are stretched by this factor.
 double Patience();
+
+// What a machine that is busy with other boards may add to any wait.
+inline constexpr double kBusyMachineSeconds = 20;
+
+void Pause(double seconds);
 
 struct BoardRun;  // stops the emulator and removes the board's folder when the last owner lets go
 using Board = std::shared_ptr<BoardRun>;

@@ -249,7 +249,7 @@ TEST(Network, WithoutAServiceTheModeIsOnlyRemembered) {
     const TcpClient telnet(TelnetPort(board));
     const size_t from = OutputSize(board);
     Type(board, "<DHCP 0>\n");
-    WaitUntil(3 / Patience(), [] { return false; });
+    Pause(3);
     Send(telnet, "$DHCP_1$");
     EXPECT_EQ(Receive(telnet, "ACK\r\n"), "ACK\r\n");
     EXPECT_EQ(Saved(board), "static 10.0.0.5 255.255.255.0 192.168.0.1");
