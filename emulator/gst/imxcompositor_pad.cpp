@@ -139,6 +139,12 @@ static GstPadProbeReturn MoveToPresent(GstPad* gstPad, GstPadProbeInfo* info, gp
     return GST_PAD_PROBE_OK;
 }
 
+// A decoder that is told how late the display is would drop frames by a clock that is not theirs; on a busy PC all of
+// them, for good.
+static GstPadProbeReturn KeepLatenessFromSources(GstPad*, GstPadProbeInfo* info, gpointer) {
+    return GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_QOS ? GST_PAD_PROBE_DROP : GST_PAD_PROBE_OK;
+}
+
 // --- the pad ---
 
 Placement PlacementOf(TesselCompositorPad* pad) {
@@ -152,6 +158,7 @@ static void tessel_compositor_pad_init(TesselCompositorPad* pad) {
     pad->wanted = pad->placement = {};
     pad->due = GST_CLOCK_TIME_NONE;
     gst_pad_add_probe(GST_PAD(pad), GST_PAD_PROBE_TYPE_BUFFER, MoveToPresent, nullptr, nullptr);
+    gst_pad_add_probe(GST_PAD(pad), GST_PAD_PROBE_TYPE_EVENT_UPSTREAM, KeepLatenessFromSources, nullptr, nullptr);
 }
 
 static void tessel_compositor_pad_class_init(TesselCompositorPadClass* type) {
