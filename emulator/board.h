@@ -21,6 +21,7 @@ struct BoardOptions {
     std::string camera1, camera2;          // profile names, empty: nothing plugged
     std::string hdmiIn;                    // "1920x1080p60", empty: nothing plugged
     std::string monitor = "1080p60";       // EDID name or "none"
+    std::string panel = "keypad";          // "keypad", "expander" or "none"
     int httpPort = 0, telnetPort = 0;      // of the host's loopback; 0: any free one
     bool restart = true;                   // false: the emulator ends with the daemon's exit status
     std::vector<std::string> arguments;    // for the daemon

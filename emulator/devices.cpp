@@ -3,12 +3,14 @@
 #include <array>
 
 #include "camera.h"
+#include "expander.h"
 #include "framebuffer.h"
 #include "gpio.h"
 #include "hdmi_capture.h"
 #include "hdmi_receiver.h"
 #include "i2c_bus.h"
 #include "journal.h"
+#include "keypad.h"
 #include "monitor.h"
 #include "serial_line.h"
 #include "sound_card.h"
@@ -26,6 +28,8 @@ static constexpr std::array kDevices{
     Device{.name = "framebuffer", .powerOn = PowerOnFramebuffer},
     Device{.name = "i2c", .powerOn = PowerOnI2c},
     Device{.name = "hdmi receiver", .powerOn = PowerOnHdmiReceiver},
+    Device{.name = "keypad", .powerOn = PowerOnKeypad},
+    Device{.name = "expander", .powerOn = PowerOnExpander},
     Device{.name = "monitor", .powerOn = PowerOnMonitor},
     Device{.name = "hdmi capture", .powerOn = PowerOnHdmiCapture},  // the first video node
     Device{.name = "sound", .powerOn = PowerOnSound},               // cameras bring cards of their own

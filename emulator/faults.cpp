@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "board.h"
+#include "expander.h"
 #include "i2c_bus.h"
 #include "sandbox.h"
 #include "sound_card.h"
@@ -133,10 +134,8 @@ struct FaultKind {
     VerbAnswer (*run)(const VerbWords& words);
 };
 static constexpr std::array kKinds{
-    FaultKind{"tool", ToolFaultVerb},
-    FaultKind{"disk", DiskFaultVerb},
-    FaultKind{"i2c", I2cFaultVerb},
-    FaultKind{"sound", SoundFaultVerb},
+    FaultKind{"tool", ToolFaultVerb},   FaultKind{"disk", DiskFaultVerb},         FaultKind{"i2c", I2cFaultVerb},
+    FaultKind{"sound", SoundFaultVerb}, FaultKind{"expander", ExpanderFaultVerb},
 };
 
 VerbAnswer FaultVerb(const VerbWords& words) {

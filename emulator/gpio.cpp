@@ -22,26 +22,26 @@ static constexpr int kLines = 224;  // seven banks of 32
 struct GpioLine {
     int number;
     const char* role;
-    bool led = false;
-    bool rest = false;  // what the outside drives when nobody touches it
+    const char* led = nullptr;  // its name
+    bool rest = false;          // what the outside drives when nobody touches it
 };
 
 // Lines that lead somewhere. Every other line is an unconnected pin, low when nobody drives it.
 static constexpr GpioLine kGpioLines[] = {
     {.number = kGpioReceiverEnable2, .role = "HDMI receiver enable"},
-    {.number = 7, .role = "status LED", .led = true},
-    {.number = 8, .role = "USB camera 1 indicator", .led = true},
-    {.number = 9, .role = "USB camera 2 indicator", .led = true},
+    {.number = 7, .role = "status LED", .led = "status"},
+    {.number = 8, .role = "USB camera 1 indicator", .led = "camera1"},
+    {.number = 9, .role = "USB camera 2 indicator", .led = "camera2"},
     {.number = kGpioReceiverReset, .role = "HDMI receiver reset", .rest = true},
     {.number = kGpioReceiverEnable1, .role = "HDMI receiver enable"},
-    {.number = 83, .role = "HDMI port 0 indicator", .led = true},
+    {.number = 83, .role = "HDMI port 0 indicator", .led = "hdmi0"},
     {.number = kGpioAudioJack, .role = "analog audio jack detect"},
-    {.number = 103, .role = "button and LED of input 4", .led = true, .rest = true},
-    {.number = 104, .role = "button and LED of input 1", .led = true, .rest = true},
-    {.number = 105, .role = "HDMI port 0 indicator, extension board", .led = true},
-    {.number = 106, .role = "button and LED of input 3", .led = true, .rest = true},
-    {.number = 126, .role = "HDMI port 1 indicator", .led = true},
-    {.number = 154, .role = "button and LED of input 2", .led = true, .rest = true},
+    {.number = 103, .role = "button and LED of input 4", .led = "input4", .rest = true},
+    {.number = 104, .role = "button and LED of input 1", .led = "input1", .rest = true},
+    {.number = 105, .role = "HDMI port 0 indicator, extension board", .led = "hdmi0-top"},
+    {.number = 106, .role = "button and LED of input 3", .led = "input3", .rest = true},
+    {.number = 126, .role = "HDMI port 1 indicator", .led = "hdmi1"},
+    {.number = 154, .role = "button and LED of input 2", .led = "input2", .rest = true},
     {.number = kGpioStrap60, .role = "60 Hz output allowed", .rest = true},
 };
 static_assert(std::ranges::is_sorted(kGpioLines, {}, &GpioLine::number));
@@ -52,6 +52,7 @@ struct LineState {
     bool output = false;
     bool driven = false;   // by the board, when it is an output
     bool outside = false;  // by the world around it, when it is an input
+    bool lit = false;      // of a line with an LED
 };
 
 struct EdgeListener {
@@ -80,8 +81,22 @@ void OnGpioChange(int line, void (*changed)(bool level)) {
     if (std::ranges::find(listeners, listener) == listeners.end()) listeners.push_back(listener);
 }
 
-static void ChangeLine(int line, const LineState& next) {
+static const GpioLine* FindRow(int line) {
+    const GpioLine* row = std::ranges::find(kGpioLines, line, &GpioLine::number);
+    return row == std::end(kGpioLines) ? nullptr : row;
+}
+
+static void DriveLed(int line, LineState& next) {
+    const GpioLine* row = FindRow(line);
+    if (row == nullptr || row->led == nullptr) return;
+    const bool before = next.lit;
+    next.lit = next.output ? next.driven : next.exported && before;
+    if (next.lit != before) Trace("led", {{"led", row->led}, {"value", next.lit ? 1 : 0}});
+}
+
+static void ChangeLine(int line, LineState next) {
     const bool before = Level(State(line));
+    DriveLed(line, next);
     State(line) = next;
     const bool after = Level(next);
     if (before == after) return;
@@ -153,11 +168,14 @@ static void WriteExport(std::string_view text, bool exported) {
 
 static void WriteDirection(int line, std::string_view text) {
     static constexpr std::string_view kDirections[] = {"in", "out", "low", "high"};
-    if (std::ranges::find(kDirections, text) == std::end(kDirections)) return;
+    const auto* direction = std::ranges::find(kDirections, text);
+    if (direction == std::end(kDirections)) return;
     LineState next = State(line);
     next.output = text != "in";
     next.driven = text == "high";
-    Trace("gpio", {{"line", line}, {"direction", text}, {"by", "board"}});
+    // Each direction for itself: a button that carries an LED is turned in and out for every look at it.
+    if (!IsPolling(*direction, static_cast<unsigned>(line), text))
+        Trace("gpio", {{"line", line}, {"direction", text}, {"by", "board"}});
     ChangeLine(line, next);
 }
 
@@ -167,7 +185,8 @@ static void WriteValue(int line, std::string_view text) {
     const char digit = text.empty() ? '?' : text.back();
     if (!next.output || digit < '0' || digit > '9') return;
     next.driven = digit != '0';
-    Trace("gpio", {{"line", line}, {"value", next.driven ? 1 : 0}, {"by", "board"}});
+    if (!IsPolling("value", static_cast<unsigned>(line), next.driven ? "1" : "0"))
+        Trace("gpio", {{"line", line}, {"value", next.driven ? 1 : 0}, {"by", "board"}});
     ChangeLine(line, next);
 }
 
@@ -195,14 +214,18 @@ static const DeviceModel kGpioModel{.name = "gpio", .open = OpenGpioFile, .close
 
 void PowerOnGpio() {
     for (int line = 0; line < kLines; ++line) {
-        ChangeLine(line, {.exported = false, .output = false, .driven = false, .outside = State(line).outside});
+        ChangeLine(line, {.exported = false,
+                          .output = false,
+                          .driven = false,
+                          .outside = State(line).outside,
+                          .lit = State(line).lit});
     }
     AddTree(std::string(kPrefix), kGpioModel, 0);
 }
 
 static const char* Role(int line) {
-    const GpioLine* row = std::ranges::find(kGpioLines, line, &GpioLine::number);
-    return row == std::end(kGpioLines) ? "unconnected" : row->role;
+    const GpioLine* row = FindRow(line);
+    return row == nullptr ? "unconnected" : row->role;
 }
 
 VerbAnswer GpioVerb(const VerbWords& words) {
@@ -216,14 +239,25 @@ VerbAnswer GpioVerb(const VerbWords& words) {
     return {.good = true, .text = text};
 }
 
-VerbAnswer LedsVerb(const VerbWords& words) {
-    if (!words.empty()) return Usage("leds");
-    std::string text;
+Json GpioLeds() {
+    Json leds = Json::object();
     for (const GpioLine& row : kGpioLines) {
-        if (!row.led || !State(row.number).exported) continue;
-        text += Text("gpio %-3d %d %s\n", row.number, Level(State(row.number)), row.role);
+        if (row.led == nullptr) continue;
+        const LineState& state = State(row.number);
+        leds[row.led] = state.exported ? Json(state.lit ? 1 : 0) : Json(nullptr);
     }
-    return {.good = true, .text = text};
+    return leds;
+}
+
+// Of inputs 1 to 4. A pressed button pulls its line down.
+static constexpr int kButtonLines[] = {104, 154, 106, 103};
+
+VerbAnswer GpioButtonVerb(const VerbWords& words) {
+    const bool known = words.size() == 2 && (words[1] == "press" || words[1] == "release");
+    const unsigned input = known ? ParseNumber(words[0], std::size(kButtonLines)).value_or(0) : 0;
+    if (input == 0) return Usage("gpio-button");
+    SetGpioOutside(kButtonLines[input - 1], words[1] == "release", "gpio-button " + words[0] + " " + words[1]);
+    return {};
 }
 
 static VerbAnswer SwitchVerb(const std::string& verb, const VerbWords& words, int line, std::string_view low,

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "control.h"
+#include "trace.h"
 
 // Lines that the emulator itself names; kGpioLines in gpio.cpp has them all.
 inline constexpr int kGpioReceiverReset = 41;    // active low
@@ -27,7 +28,11 @@ void OnGpioChange(int line, void (*changed)(bool level));
 // All lines unexported, the outside at rest.
 void PowerOnGpio();
 
-VerbAnswer GpioVerb(const VerbWords& words);     // gpio
-VerbAnswer LedsVerb(const VerbWords& words);     // leds
-VerbAnswer JackVerb(const VerbWords& words);     // jack in|out
-VerbAnswer Strap60Verb(const VerbWords& words);  // strap60 on|off
+// Each LED by its name: 1 when its line drives it high, 0 when low, null on a line that is not in use. A line that is a
+// button as well leaves its LED alone while it is an input.
+Json GpioLeds();
+
+VerbAnswer GpioVerb(const VerbWords& words);        // gpio
+VerbAnswer GpioButtonVerb(const VerbWords& words);  // gpio-button N press|release, N from 1 to 4
+VerbAnswer JackVerb(const VerbWords& words);        // jack in|out
+VerbAnswer Strap60Verb(const VerbWords& words);     // strap60 on|off

@@ -50,6 +50,7 @@ struct Message {
     bool isRead = false;
     uint64_t buffer = 0;         // in the caller
     std::vector<uint8_t> bytes;  // written ones, or as many as are to be read
+    unsigned start = 0;          // register of the first data byte
 };
 
 static std::string Hex(unsigned byte) {
@@ -110,10 +111,10 @@ static bool Acknowledged(int bus, std::span<Message> messages) {
     return true;
 }
 
-static void WriteMessage(const Message& message) {
+static void WriteMessage(Message& message) {
     I2cDevice& device = *message.device;
     if (message.bytes.empty()) return;
-    device.pointer = message.bytes.front();
+    device.pointer = message.start = message.bytes.front();
     for (const uint8_t value : std::span(message.bytes).subspan(1)) {
         if (device.write != nullptr) {
             device.write(device, device.pointer, value);
@@ -127,20 +128,29 @@ static void WriteMessage(const Message& message) {
 
 static void ReadMessage(Message& message) {
     I2cDevice& device = *message.device;
+    message.start = device.pointer;
     for (uint8_t& value : message.bytes) {
         value = device.read != nullptr ? device.read(device, device.pointer) : device.registers[device.pointer & 0xFF];
         ++device.pointer;
     }
 }
 
+static bool IsPolled(int bus, const Message& message, std::string_view content) {
+    const auto place = static_cast<unsigned>(bus) << 16 | unsigned{message.address} << 8 | (message.start & 0xFF);
+    return IsPolling(message.isRead ? "i2c read" : "i2c write", place, content);
+}
+
 static void TraceMessage(int bus, const Message& message, std::string_view kind, std::span<const uint8_t> bytes) {
+    if (IsPolled(bus, message, {reinterpret_cast<const char*>(bytes.data()), bytes.size()})) return;
     Trace("i2c", {{"bus", bus},
                   {"address", Hex(message.address)},
-                  {"register", Hex((message.device->pointer - static_cast<unsigned>(bytes.size())) & 0xFF)},
+                  {"register", Hex(message.start & 0xFF)},
                   {kind, HexList(bytes)}});
 }
 
-static void TraceFailure(int bus, const Message& first) {
+static void TraceFailure(int bus, Message& first) {
+    if (!first.isRead && !first.bytes.empty()) first.start = first.bytes.front();
+    if (IsPolled(bus, first, "nak")) return;
     Json fields{{"bus", bus}, {"address", Hex(first.address)}};
     if (!first.isRead && !first.bytes.empty()) fields["register"] = Hex(first.bytes.front());
     fields["error"] = "nak";

@@ -86,6 +86,12 @@ static std::string TakeMonitor(const std::string& name) {
     return known ? "" : "no monitor \"" + name + "\" (tessel-emulator profiles lists them)";
 }
 
+static std::string TakePanel(const std::string& panel) {
+    Board.panel = panel;
+    const bool known = panel == "keypad" || panel == "expander" || panel == "none";
+    return known ? "" : "a panel is keypad, expander or none";
+}
+
 static std::string TakeVariable(const std::string& assignment) {
     Board.environment.push_back(assignment);
     return assignment.find('=', 1) != std::string::npos ? "" : "a variable reads NAME=VALUE";
@@ -96,13 +102,13 @@ static std::string TakeTopBoard(const std::string&) { return Board.topBoard = tr
 static std::string TakeNoRestart(const std::string&) { return Board.restart = false, ""; }
 
 static constexpr std::array kRunOptions{
-    Option{"--daemon", "PATH", TakeDaemon},         Option{"--board", "DIR", TakeBoard},
-    Option{"--device-id", "N", TakeDeviceId},       Option{"--old-kernel", nullptr, TakeOldKernel},
-    Option{"--top-board", nullptr, TakeTopBoard},   Option{"--camera1", "PROFILE", TakeCamera1},
-    Option{"--camera2", "PROFILE", TakeCamera2},    Option{"--hdmi-in", "WxHpR", TakeHdmiIn},
-    Option{"--monitor", "EDID|none", TakeMonitor},  Option{"--env", "NAME=VALUE", TakeVariable},
-    Option{"--http", "PORT", TakeHttpPort},         Option{"--telnet", "PORT", TakeTelnetPort},
-    Option{"--no-restart", nullptr, TakeNoRestart},
+    Option{"--daemon", "PATH", TakeDaemon},       Option{"--board", "DIR", TakeBoard},
+    Option{"--device-id", "N", TakeDeviceId},     Option{"--old-kernel", nullptr, TakeOldKernel},
+    Option{"--top-board", nullptr, TakeTopBoard}, Option{"--panel", "keypad|expander|none", TakePanel},
+    Option{"--camera1", "PROFILE", TakeCamera1},  Option{"--camera2", "PROFILE", TakeCamera2},
+    Option{"--hdmi-in", "WxHpR", TakeHdmiIn},     Option{"--monitor", "EDID|none", TakeMonitor},
+    Option{"--env", "NAME=VALUE", TakeVariable},  Option{"--http", "PORT", TakeHttpPort},
+    Option{"--telnet", "PORT", TakeTelnetPort},   Option{"--no-restart", nullptr, TakeNoRestart},
 };
 static constexpr std::array kCtlOptions{Option{"--board", "DIR", TakeBoard}};
 

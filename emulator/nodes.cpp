@@ -195,7 +195,7 @@ void OpenNode(const TrappedCall& call, const Node& node, const std::string& path
     fstat(own, &status);
     int given = open(OwnLink(own).c_str(), (flags & kKeptFlags) | O_CLOEXEC);
     tracked->inode = status.st_ino;
-    tracked->watch = inotify_add_watch(closes, OwnLink(own).c_str(), IN_CLOSE);
+    tracked->watch = inotify_add_watch(closes, OwnLink(own).c_str(), IN_CLOSE | IN_ONESHOT);
     watched[tracked->watch] = status.st_ino;
     files[status.st_ino] = std::move(tracked);
     // Where the caller does not get it, our own close below is the last one and inotify tells so.
@@ -230,7 +230,6 @@ void TakeCloses() {
             at += sizeof event + event.len;
             auto watch = watched.extract(event.wd);
             if (watch.empty()) continue;  // a second close, or the end of the watch
-            inotify_rm_watch(closes, event.wd);
             ForgetFile(watch.mapped());
         }
     }

@@ -1,6 +1,7 @@
 #include "text.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 
@@ -13,4 +14,13 @@ std::string Text(const char* format, ...) {
     va_end(again);
     va_end(arguments);
     return text;
+}
+
+std::optional<unsigned> ParseNumber(std::string_view text, unsigned limit) {
+    const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+    if (hexadecimal) text.remove_prefix(2);
+    unsigned number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, hexadecimal ? 16 : 10);
+    const bool good = error == std::errc() && end == text.data() + text.size() && number <= limit;
+    return good ? std::optional(number) : std::nullopt;
 }

@@ -1,11 +1,23 @@
 #include "trace.h"
 
 #include <deque>
+#include <map>
+#include <utility>
 
 #include "supervisor.h"
 
 static constexpr size_t kTraceLines = 200'000;
 
+static constexpr int64_t kPollTime = 100'000;  // microseconds
+static constexpr unsigned kRepeatsKept = 3;
+
+struct Repetition {
+    std::string content;
+    int64_t last = 0;
+    unsigned count = 0;
+};
+
+static std::map<std::pair<std::string_view, unsigned>, Repetition> repetitions;
 static std::deque<std::string> lines;
 static const int64_t start = NowMicroseconds();
 static void (*follower)(const std::string&) = nullptr;
@@ -21,7 +33,21 @@ void Trace(std::string_view what, Json fields) {
     if (follower) follower(lines.back());
 }
 
-void ClearTrace() { lines.clear(); }
+void ClearTrace() {
+    lines.clear();
+    repetitions.clear();
+}
+
+bool IsPolling(std::string_view kind, unsigned place, std::string_view content) {
+    Repetition& repetition = repetitions[{kind, place}];
+    const int64_t now = NowMicroseconds(), since = now - std::exchange(repetition.last, now);
+    const bool repeated = repetition.count > 0 && since < kPollTime && repetition.content == content;
+    if (!repeated) {
+        repetition.content = content;
+        repetition.count = 0;
+    }
+    return ++repetition.count > kRepeatsKept;
+}
 
 std::string TraceText() {
     std::string text;

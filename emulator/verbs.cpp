@@ -7,12 +7,14 @@
 #include "camera.h"
 #include "console.h"
 #include "control.h"
+#include "expander.h"
 #include "faults.h"
 #include "gpio.h"
 #include "hdmi_receiver.h"
 #include "held_calls.h"
 #include "i2c_bus.h"
 #include "journal.h"
+#include "keypad.h"
 #include "monitor.h"
 #include "port_forward.h"
 #include "sandbox.h"
@@ -33,6 +35,20 @@ static VerbAnswer TraceVerb(const VerbWords& words) {
     VerbAnswer answer{.text = clear ? "" : TraceText(), .follow = follow};
     if (clear) ClearTrace();
     return answer;
+}
+
+static Json PanelLeds() {
+    if (Board.panel == "none") return nullptr;
+    Json leds{{"form", Board.panel}};
+    leds.update(Board.panel == "keypad" ? KeypadLeds() : ExpanderLeds());
+    return leds;
+}
+
+static VerbAnswer LedsVerb(const VerbWords& words) {
+    if (!words.empty()) return Usage("leds");
+    Json leds = GpioLeds();
+    leds["panel"] = PanelLeds();
+    return {.text = leds.dump(4)};
 }
 
 static Json SignalStatus(const HdmiSignal& signal) {
@@ -57,6 +73,7 @@ static VerbAnswer StatusVerb(const VerbWords& words) {
         {"camera2", CameraStatus(2)},
         {"hdmi-in", {SignalStatus(HdmiSourceAt(0)), SignalStatus(HdmiSourceAt(1))}},
         {"monitor", PluggedMonitor()},
+        {"panel", Board.panel},
         {"lan", LanPlugged() ? "plugged" : "unplugged"},
         {"watchdog", {{"armed", watchdog.armed}, {"time left", watchdog.timeLeft}}},
         {"held calls", HeldCallCount()},
@@ -86,6 +103,9 @@ static constexpr std::array kVerbs{
     Verb{"lan", "lan plug|unplug", LanVerb},
     Verb{"jack", "jack in|out", JackVerb},
     Verb{"strap60", "strap60 on|off", Strap60Verb},
+    Verb{"key", "key CODE | swap | view N | repeat CODE | garbage [TYPE]", KeyVerb},
+    Verb{"buttons", "buttons MASK [for MS]", ButtonsVerb},
+    Verb{"gpio-button", "gpio-button N press|release", GpioButtonVerb},
     Verb{"serial", "serial TEXT", SerialVerb},
     Verb{"console", "console [TEXT]", ConsoleVerb},
     Verb{"audio", "audio", AudioVerb},
@@ -96,7 +116,7 @@ static constexpr std::array kVerbs{
     Verb{"i2c", "i2c", I2cVerb},
     Verb{"fault",
          "fault tool NAME fail|hang|silent|flood|slow|absent|off | disk full|readonly|off | i2c ADDRESS nak "
-         "[N]|hang|off | sound PLACE busy|gone|xrun|off",
+         "[N]|hang|off | sound PLACE busy|gone|xrun|off | expander reset|bounce MS|off",
          FaultVerb},
     Verb{"temperature", "temperature CELSIUS", TemperatureVerb},
     Verb{"kernel-log", "kernel-log TEXT", KernelLogVerb},

@@ -123,6 +123,12 @@ Board StartNewBoard(const Words& words) {
     return board;
 }
 
+Board RunScript(const std::string& script, Words options) {
+    options.insert(options.end(), {"--daemon", "/bin/sh", "--no-restart", "--", "-c",
+                                   "cd /home/root; " + script + "\necho script ended; sleep 1000"});
+    return StartNewBoard(options);
+}
+
 static void CloseInput(BoardRun& run) {
     if (run.input >= 0) close(run.input);
     run.input = -1;

@@ -43,6 +43,9 @@ std::string BoardFile(const Board& board, const std::string& path);  // host pat
 void StartBoard(const Board& board, const Words& words);
 Board StartNewBoard(const Words& words);
 
+// A board that runs this shell script in the daemon's place, prints "script ended", and then waits to be asked.
+Board RunScript(const std::string& script, Words options = {});
+
 // The same with a picture on display, or nothing within the deadline.
 bool WaitForPicture(const Board& board, double seconds = 30);
 

@@ -12,13 +12,6 @@ using testing::Not;
 
 static constexpr double kAsSent = 0.1;  // dB
 
-// A board that runs this shell script, and then waits to be asked.
-static Board RunScript(const std::string& script, Words options = {}) {
-    options.insert(options.end(), {"--daemon", "/bin/sh", "--no-restart", "--", "-c",
-                                   "cd /home/root; " + script + "\necho script ended; sleep 1000"});
-    return StartNewBoard(options);
-}
-
 static std::string OutputAtEnd(const Board& board, double seconds = 30) {
     WaitForOutput(board, "script ended", seconds);
     return Output(board);

@@ -21,11 +21,13 @@
 #include "board.h"
 #include "control.h"
 #include "edid.h"
+#include "expander.h"
 #include "framebuffer.h"
 #include "gpio.h"
 #include "hdmi_receiver.h"
 #include "i2c_bus.h"
 #include "journal.h"
+#include "keypad.h"
 #include "monitor.h"
 #include "supervisor.h"
 #include "trace.h"
@@ -44,6 +46,8 @@ std::map<std::string, FakeNode, std::less<>> nodes;
 std::map<TimerId, std::pair<int64_t, std::function<void()>>> timers;
 std::map<std::string, std::string> files;
 std::vector<std::string> resets;
+std::vector<Json> ledChanges;
+std::map<uint64_t, VerbAnswer> lateAnswers;
 int64_t now;
 
 void PassTime(int64_t microseconds) {
@@ -88,8 +92,16 @@ TimerId CallAt(int64_t microseconds, std::function<void()> work) {
 void CancelCall(TimerId id) { timers.erase(id); }
 bool WatchDescriptor(int, std::function<void(uint32_t)>, uint32_t) { return true; }
 void ForgetDescriptor(int) {}
-void Trace(std::string_view, Json) {}
+void Trace(std::string_view what, Json fields) {
+    if (what == "led") ledChanges.push_back(std::move(fields));
+}
+bool IsPolling(std::string_view, unsigned, std::string_view) { return false; }
 VerbAnswer Bad(std::string text) { return {.good = false, .text = std::move(text)}; }
+uint64_t LaterAnswer() {
+    static uint64_t last = 0;
+    return ++last;
+}
+void AnswerLater(uint64_t id, const VerbAnswer& answer) { lateAnswers[id] = answer; }
 VerbAnswer Usage(std::string_view word) { return Bad("usage: " + std::string(word)); }
 
 namespace {
@@ -491,6 +503,176 @@ TEST_F(Models, GpioLinesShowWhatDrivesThem) {
     EXPECT_EQ(ReadAttribute(value), std::strerror(ENOENT));
     EXPECT_TRUE(GpioLevel(87));  // the plug is still in its socket
     JackVerb({"out"});
+}
+
+TEST_F(Models, LedsThatAreButtonsTooStayWhileTheyAreRead) {
+    const std::string value = "/sys/class/gpio/gpio106/value", direction = "/sys/class/gpio/gpio106/direction";
+    EXPECT_TRUE(GpioLeds()["input3"].is_null());
+    Drive("106", "high");
+    Drive("8", "low");
+    WriteAttribute("/sys/class/gpio/gpio8/value", "0");
+    ledChanges.clear();
+    for (const bool pressed : {false, true}) {
+        EXPECT_TRUE(GpioButtonVerb({"3", pressed ? "press" : "release"}).good);
+        EXPECT_EQ(ReadAttribute(value), "1\n");  // driven by the board
+        WriteAttribute(direction, "in");
+        EXPECT_EQ(ReadAttribute(value), pressed ? "0\n" : "1\n");
+        EXPECT_EQ(GpioLeds()["input3"], 1);
+        WriteAttribute(direction, "high");
+    }
+    EXPECT_TRUE(ledChanges.empty());
+    WriteAttribute(value, "0");
+    WriteAttribute(value, "0");
+    EXPECT_EQ(ledChanges, (std::vector{Json{{"led", "input3"}, {"value", 0}}}));
+    EXPECT_EQ(GpioLeds()["input3"], 0);
+    EXPECT_EQ(GpioLeds()["camera1"], 0);
+    GpioButtonVerb({"3", "release"});
+    for (const VerbWords& words : {VerbWords{"0", "press"}, {"5", "press"}, {"3"}, {"3", "push"}})
+        EXPECT_FALSE(GpioButtonVerb(words).good);
+}
+
+// ---- Front panel.
+
+class PanelModels : public Models {
+protected:
+    void TearDown() override { Board.panel = "keypad"; }
+
+    static void PowerOn(const char* panel) {
+        Board.panel = panel;
+        PowerOnI2c();
+        PowerOnKeypad();
+        PowerOnExpander();
+        ledChanges.clear();
+    }
+};
+
+std::vector<int> KeyReport() {
+    std::array<uint8_t, 25> report{};
+    EXPECT_EQ(I2cRead(2, 0x08, 0, report), 2);
+    EXPECT_THAT(std::span(report).subspan(6), testing::Each(0));
+    return {report.begin(), report.begin() + 6};
+}
+
+TEST_F(PanelModels, KeypadHoldsTheReportOfTheLastKey) {
+    struct Row {
+        VerbWords words;
+        std::vector<int> report;
+    };
+    static const Row kRows[] = {
+        {{"2"}, {1, 235, 2, 4, 2, 1}},
+        {{"0xFF"}, {2, 235, 2, 4, 255, 1}},
+        {{"swap"}, {3, 238, 0, 0, 0, 0}},
+        {{"view", "14"}, {4, 239, 14, 0, 0, 0}},
+        {{"repeat", "4"}, {4, 235, 2, 4, 4, 1}},
+        {{"garbage"}, {5, 0, 1, 1, 1, 1}},
+        {{"garbage", "240"}, {6, 240, 1, 1, 1, 1}},
+    };
+    PowerOn("keypad");
+    EXPECT_EQ(KeyReport(), (std::vector{0, 235, 2, 4, 0, 0}));
+    for (const Row& row : kRows) {
+        const uint64_t id = KeyVerb(row.words).later;
+        EXPECT_FALSE(lateAnswers.contains(id)) << "before it was fetched";
+        EXPECT_EQ(KeyReport(), row.report);
+        EXPECT_EQ(KeyReport(), row.report) << "still there";
+        EXPECT_TRUE(lateAnswers[id].good);
+    }
+    for (const VerbWords& words :
+         {VerbWords{}, {"256"}, {"-1"}, {"0x"}, {"view"}, {"push"}, {"1", "2"}, {"view", "x"}, {"swap", "1"}})
+        EXPECT_EQ(KeyVerb(words).later, 0u);
+
+    const uint64_t first = KeyVerb({"1"}).later, second = KeyVerb({"2"}).later;
+    EXPECT_FALSE(lateAnswers[first].good) << "overtaken";
+    PassTime(2'000'000);
+    EXPECT_FALSE(lateAnswers[second].good) << "nobody looked";
+    EXPECT_EQ(KeyReport(), (std::vector{8, 235, 2, 4, 2, 1}));
+    PowerOn("keypad");
+    EXPECT_EQ(KeyReport(), (std::vector{0, 235, 2, 4, 0, 0}));
+    EXPECT_EQ(I2cWrite(2, 0x21, {0x40, 0, 0}), -ENXIO);
+    EXPECT_FALSE(ButtonsVerb({"1"}).good);
+}
+
+TEST_F(PanelModels, KeypadTakesWholeFramesOnly) {
+    PowerOn("keypad");
+    const std::vector<uint8_t> frame{0, 9, 0xAB, 0xCD, 0, 0, 0, 0, 0, 0, 0};
+    for (int times = 0; times < 2; ++times) EXPECT_EQ(I2cWrite(2, 0x08, frame), 1);
+    std::vector<std::vector<uint8_t>> bad(4, frame);
+    for (std::vector<uint8_t>& bytes : bad) bytes[1] = 1;
+    bad[0].pop_back();
+    bad[1].push_back(0);
+    bad[2][2] = 0xCD;
+    bad[3][0] = 1;
+    for (const std::vector<uint8_t>& bytes : bad) EXPECT_EQ(I2cWrite(2, 0x08, bytes), 1);
+    EXPECT_EQ(KeypadLeds(), (Json{{"leds", 9}, {"frames", 2}, {"refused", 4}}));
+    EXPECT_EQ(ledChanges, (std::vector{Json{{"led", "panel"}, {"value", 9}}}));
+    EXPECT_EQ(KeyReport()[1], 235) << "a frame is no report";
+}
+
+int ExpanderRegister(unsigned at) {
+    uint8_t value = 0;
+    return I2cRead(2, 0x21, static_cast<uint8_t>(at), {&value, 1}) == 2 ? value : -1;
+}
+
+TEST_F(PanelModels, ExpanderStartsUnconfigured) {
+    PowerOn("expander");
+    EXPECT_EQ(ExpanderRegister(6), 255);
+    I2cWrite(2, 0x21, {2, 5});
+    EXPECT_EQ(ExpanderLeds(), (Json{{"leds", 0}, {"configured", false}}));
+    I2cWrite(2, 0x21, {6, 0});
+    EXPECT_EQ(ExpanderLeds(), (Json{{"leds", 5}, {"configured", true}}));
+    EXPECT_EQ(ExpanderRegister(0), 5);
+    I2cWrite(2, 0x21, {2, 6, 0xFF, 7});  // back and forth within the pair
+    EXPECT_EQ(ExpanderRegister(2), 7);
+    EXPECT_EQ(ExpanderRegister(6), 0);
+    I2cWrite(2, 0x21, {0x40, 0, 0});
+    EXPECT_EQ(ExpanderRegister(0x41), 0);
+    I2cWrite(2, 0x21, {1, 0});
+    EXPECT_EQ(ExpanderRegister(1) & 0x7F, 0x3F) << "inputs cannot be written";
+
+    EXPECT_TRUE(ExpanderFaultVerb({"reset"}).good);
+    EXPECT_EQ(ExpanderRegister(6), 255);
+    EXPECT_EQ(ExpanderRegister(2), 255);
+    EXPECT_EQ(ExpanderLeds()["leds"], 0);
+    EXPECT_EQ(ledChanges.size(), 3u);
+    EXPECT_FALSE(KeyVerb({"1"}).good);
+}
+
+TEST_F(PanelModels, ButtonsAreHeldAndComeBack) {
+    PowerOn("expander");
+    const auto port = [] { return ExpanderRegister(1) & 0x7F; };
+    EXPECT_EQ(port(), 0x3F);
+    EXPECT_TRUE(ButtonsVerb({"0x40"}).good);
+    EXPECT_EQ(port(), 0x7F);
+    const uint64_t id = ButtonsVerb({"0x41", "for", "200"}).later;
+    EXPECT_EQ(port(), 0x7E);
+    PassTime(199'999);
+    EXPECT_FALSE(lateAnswers.contains(id));
+    PassTime(1);
+    EXPECT_TRUE(lateAnswers[id].good);
+    EXPECT_EQ(port(), 0x7F) << "what was held before";
+
+    const uint64_t cut = ButtonsVerb({"1", "for", "200"}).later;
+    PowerOn("expander");
+    EXPECT_EQ(port(), 0x3E) << "fingers know nothing of power";
+    EXPECT_TRUE(ButtonsVerb({"0"}).good);
+    EXPECT_TRUE(lateAnswers.contains(cut));
+    PassTime(1'000'000);
+    EXPECT_EQ(port(), 0x3F);
+    for (const VerbWords& words : {VerbWords{}, {"128"}, {"1", "for"}, {"1", "for", "60001"}, {"1", "until", "2"}})
+        EXPECT_FALSE(ButtonsVerb(words).good);
+}
+
+TEST_F(PanelModels, BouncingContactsComeToRest) {
+    PowerOn("expander");
+    EXPECT_TRUE(ExpanderFaultVerb({"bounce", "100"}).good);
+    ButtonsVerb({"2"});
+    std::vector<int> seen;
+    for (int look = 0; look < 6; ++look, PassTime(25'000)) seen.push_back(ExpanderRegister(1) & 0x7F);
+    EXPECT_EQ(seen, (std::vector{0x3F, 0x3D, 0x3F, 0x3D, 0x3D, 0x3D}));
+    EXPECT_TRUE(ExpanderFaultVerb({"off"}).good);
+    ButtonsVerb({"0"});
+    EXPECT_EQ(ExpanderRegister(1) & 0x7F, 0x3F);
+    for (const VerbWords& words : {VerbWords{}, {"bounce"}, {"bounce", "x"}, {"reset", "1"}})
+        EXPECT_FALSE(ExpanderFaultVerb(words).good);
 }
 
 // ---- Watchdog.
