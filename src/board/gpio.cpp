@@ -19,20 +19,13 @@ static constexpr int kHdmiPort0WithTopBoard = 105;
 // Exported in this order. The input buttons are exported as outputs because they carry an LED; their level is read all
 // the same.
 static constexpr GpioLine kBoardLines[] = {
-    {.gpio = 7, .isOutput = true},  // held low by the LED thread
-    {.gpio = 8, .isOutput = true},  // no camera on USB input 1
-    {.gpio = 9, .isOutput = true},  // no camera on USB input 2
-    {.gpio = kHdmiPort0, .isOutput = true},
-    {.gpio = 126, .isOutput = true},  // HDMI port 1 indicator
-    {.gpio = 87, .isOutput = false},  // analog jack detect
-    {.gpio = kGpioReceiverReset, .isOutput = true},
-    {.gpio = kGpioReceiverReady[0], .isOutput = true},
-    {.gpio = kGpioReceiverReady[1], .isOutput = true},
-    {.gpio = kGpioAllow60, .isOutput = false},
-    {.gpio = 103, .isOutput = true},  // button and LED of input 4
-    {.gpio = 106, .isOutput = true},  // input 3
-    {.gpio = 154, .isOutput = true},  // input 2
-    {.gpio = 104, .isOutput = true},  // input 1
+    {.gpio = kGpioStatusLed, .isOutput = true},           {.gpio = kGpioCameraIndicators[0], .isOutput = true},
+    {.gpio = kGpioCameraIndicators[1], .isOutput = true}, {.gpio = kHdmiPort0, .isOutput = true},
+    {.gpio = kGpioHdmiPort1Indicator, .isOutput = true},  {.gpio = kGpioAudioJack, .isOutput = false},
+    {.gpio = kGpioReceiverReset, .isOutput = true},       {.gpio = kGpioReceiverReady[0], .isOutput = true},
+    {.gpio = kGpioReceiverReady[1], .isOutput = true},    {.gpio = kGpioAllow60, .isOutput = false},
+    {.gpio = kGpioInputButtons[3], .isOutput = true},     {.gpio = kGpioInputButtons[2], .isOutput = true},
+    {.gpio = kGpioInputButtons[1], .isOutput = true},     {.gpio = kGpioInputButtons[0], .isOutput = true},
 };
 
 using GpioPath = char[48];
@@ -52,6 +45,10 @@ void GpioExport(int gpio, bool isOutput) {
     char number[12];
     const int length = snprintf(number, sizeof number, "%d", gpio);
     WriteFile("/sys/class/gpio/export", {number, static_cast<size_t>(length)});
+    GpioSetDirection(gpio, isOutput);
+}
+
+void GpioSetDirection(int gpio, bool isOutput) {
     GpioPath path;
     LinePath(path, gpio, "direction");
     WriteFile(path, isOutput ? "out" : "in");

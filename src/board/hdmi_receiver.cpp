@@ -279,7 +279,7 @@ static int ReadLock(HdmiInputStatus& status) {
         LogInfo("I2C read failed. Map %x, Register %x\r", unsigned{kHdmiMap8}, 0x07u);
         return 1;
     }
-    const bool captured = status.TmdsMhz <= (NewKernel ? kTmdsLimitNewKernel : kTmdsLimit);
+    const bool captured = ClockCanBeCaptured(status.TmdsMhz, NewKernel);
     status.InputValid = (lock & kHdmiLockMask) && captured;
     WriteRegister(kCpMap, 0xBF, captured ? 0x16 : 0x17);
     return 0;
@@ -326,6 +326,10 @@ static uint16_t Join(uint8_t high, uint8_t highMask, uint8_t low) {
 
 uint16_t DecodeTmdsMhz(uint8_t register51, uint8_t register52) {
     return static_cast<uint16_t>(register51 * 2 | (register52 & 0x80 ? 2 : 0));
+}
+
+bool ClockCanBeCaptured(uint16_t tmdsMhz, bool newKernel) {
+    return tmdsMhz <= (newKernel ? kTmdsLimitNewKernel : kTmdsLimit);
 }
 
 void DecodeTiming(std::span<const uint8_t, kTimingRegisters> from07, HdmiInputStatus& status) {

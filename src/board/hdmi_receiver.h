@@ -56,6 +56,7 @@ inline constexpr size_t kTimingRegisters = 25;
 inline constexpr size_t kAlternateRegisters = 10;
 
 uint16_t DecodeTmdsMhz(uint8_t register51, uint8_t register52);
+bool ClockCanBeCaptured(uint16_t tmdsMhz, bool newKernel);  // whether this kernel's capture keeps up with it
 void DecodeTiming(std::span<const uint8_t, kTimingRegisters> from07, HdmiInputStatus& status);
 void DecodeAlternateTiming(std::span<const uint8_t, kAlternateRegisters> fromE2, HdmiInputStatus& status);
 bool IsLargeFormat(std::span<const uint8_t, 4> from07);

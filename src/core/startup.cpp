@@ -15,6 +15,7 @@
 #include "board/gpio.h"
 #include "board/hdmi_receiver.h"
 #include "board/i2c.h"
+#include "board/led_thread.h"
 #include "commands/console.h"
 #include "commands/serial_port.h"
 #include "core/health.h"
@@ -48,7 +49,8 @@ struct ThreadStart {
 };
 static constexpr ThreadStart kNetworkThread = {
     .name = "network", .announced = false, .body = NetworkSetupThread, .realTime = true};
-static constexpr ThreadStart kChannelThreads[] = {
+static constexpr ThreadStart kServiceThreads[] = {
+    {.name = "led", .announced = true, .body = LedThreadMain, .realTime = false},
     {.name = "UART", .announced = true, .body = UartThreadMain, .realTime = false},
     {.name = "console", .announced = true, .body = ConsoleThreadMain, .realTime = false},
     {.name = "LAN", .announced = true, .body = LanThreadMain, .realTime = false},
@@ -260,7 +262,7 @@ int RunTesselvisor(int argumentCount, char** arguments) {
     if (SetHdmiOutput(Settings.OutputTiming, 0) != 0) return 1;
     WatchdogSetup();
 
-    StartThreads(kChannelThreads);
+    StartThreads(kServiceThreads);
     StartGStreamer();
     StartThreads(kMediaThreads);
     RestartOnKernelIssue();

@@ -24,8 +24,6 @@ bool HdmiInputChanged(const HdmiSnapshot& before, const HdmiSnapshot& now, bool 
     return (!before.inputValid && newSize) || newSignal || syncLost || testPatternRuns;
 }
 
-bool ClockCanBeCaptured(uint16_t tmdsMhz, bool newKernel) { return tmdsMhz < (newKernel ? 170 : 130); }
-
 bool HdmiNeedsNewPipeline(const HdmiSnapshot& now, const HdmiCapture& capture, bool testPatternRuns, uint8_t deviceId) {
     const bool nothingFits = now.width != capture.width && now.height != capture.height;
     return deviceId == 2 || (now.inputValid && (nothingFits || testPatternRuns));

@@ -28,9 +28,6 @@ ShownSettings NoteSettings(const DeviceSettings& record);
 // of an active input never fits.
 bool HdmiInputChanged(const HdmiSnapshot& before, const HdmiSnapshot& now, bool syncLost, bool testPatternRuns);
 
-// Whether this kernel's capture keeps up with the input's pixel clock.
-bool ClockCanBeCaptured(uint16_t tmdsMhz, bool newKernel);
-
 // Whether the changed input needs another pipeline: restarting its source is enough while one side of the picture fits,
 // unless that source is a test pattern.
 bool HdmiNeedsNewPipeline(const HdmiSnapshot& now, const HdmiCapture& capture, bool testPatternRuns, uint8_t deviceId);

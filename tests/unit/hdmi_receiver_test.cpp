@@ -64,6 +64,14 @@ TEST(HdmiReceiver, TmdsClock) {
     EXPECT_EQ(DecodeTmdsMhz(255, 0x80), 510);
 }
 
+TEST(HdmiReceiver, ClockLimitDependsOnTheKernel) {
+    EXPECT_TRUE(ClockCanBeCaptured(129, false));
+    EXPECT_FALSE(ClockCanBeCaptured(130, false));
+    EXPECT_FALSE(ClockCanBeCaptured(150, false));
+    EXPECT_TRUE(ClockCanBeCaptured(169, true));
+    EXPECT_FALSE(ClockCanBeCaptured(170, true));
+}
+
 TEST(HdmiReceiver, LargeFormats) {
     EXPECT_TRUE(Large({0x0F, 0x00, 0x08, 0x70}));   // 3840x2160
     EXPECT_TRUE(Large({0xF0, 0x00, 0x04, 0x38}));   // 4096 wide

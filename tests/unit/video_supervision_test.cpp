@@ -124,14 +124,6 @@ TEST(HdmiInput, IsRebuiltOnlyWhenNoSideOfThePictureFits) {
     EXPECT_FALSE(HdmiNeedsNewPipeline(kNone, kIdleHdmiCapture, true, 0)) << "gone again meanwhile";
 }
 
-TEST(HdmiInput, ClockLimitDependsOnTheKernel) {
-    EXPECT_TRUE(ClockCanBeCaptured(129, false));
-    EXPECT_FALSE(ClockCanBeCaptured(130, false));
-    EXPECT_FALSE(ClockCanBeCaptured(150, false));
-    EXPECT_TRUE(ClockCanBeCaptured(169, true));
-    EXPECT_FALSE(ClockCanBeCaptured(170, true));
-}
-
 TEST(HdmiInput, LosingItOrASignalOnTheOtherPortChangesTheLayout) {
     EXPECT_TRUE(HdmiChangesLayout(kFullHd, kNone));
     EXPECT_FALSE(HdmiChangesLayout(kNone, kFullHd));

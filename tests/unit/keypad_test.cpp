@@ -1,0 +1,179 @@
+#include "board/keypad.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr uint8_t kOldReserved = 7;
+
+struct Panel {
+    DeviceSettings record;
+    Shared<uint8_t> muteIn{0};
+    Panel() {
+        CopySettings(record, DefaultSettings);
+        record.Reserved9 = kOldReserved;
+    }
+    std::vector<uint8_t> Bytes() const {
+        std::vector<uint8_t> bytes(sizeof record);
+        CopySharedBytes(bytes.data(), &record, sizeof record);
+        bytes.push_back(muteIn);
+        return bytes;
+    }
+};
+
+struct LayoutKeyCase {
+    uint8_t key, view, swap;  // pressed on this layout
+    uint8_t nextView, nextSwap, reserved9;
+    uint8_t s2Counts = 0;
+};
+constexpr LayoutKeyCase kLayoutKeyCases[] = {
+    {1, 2, 1, 0, 1, 0},  {2, 2, 0, 1, 0, 0, 1}, {2, 1, 1, 1, 1, 0, 1}, {4, 2, 1, 4, 1, 0},  {4, 4, 0, 5, 0, 0},
+    {4, 5, 0, 6, 0, 0},  {4, 6, 0, 7, 0, 0},    {4, 7, 0, 4, 0, 0},    {4, 21, 0, 4, 0, 0}, {8, 0, 1, 2, 1, 0},
+    {8, 2, 1, 21, 1, 0}, {8, 8, 0, 21, 0, 0},   {8, 14, 0, 21, 0, 0},  {8, 21, 0, 2, 0, 0}, {8, 9, 0, 2, 0, 0},
+    {16, 7, 1, 3, 1, 0}, {32, 0, 0, 1, 0, 0},   {32, 1, 0, 0, 0, 0},   {32, 0, 1, 0, 0, 7}, {32, 1, 1, 1, 0, 7},
+    {32, 2, 0, 2, 1, 7}, {32, 2, 1, 2, 0, 7},   {32, 21, 0, 21, 1, 7},
+};
+
+TEST(Keypad, KeysChooseTheLayoutOnVariant0) {
+    for (const LayoutKeyCase& row : kLayoutKeyCases) {
+        Panel panel;
+        StoreViewAndSwap(panel.record, row.view, row.swap);
+        ApplyKey(row.key, 0, panel.record, panel.muteIn);
+        const std::string what = "key " + std::to_string(row.key) + " on view " + std::to_string(row.view);
+        EXPECT_EQ(panel.record.View, row.nextView) << what;
+        EXPECT_EQ(panel.record.Swap, row.nextSwap) << what;
+        EXPECT_EQ(panel.record.Reserved9, row.reserved9) << what;
+        EXPECT_EQ(panel.record.S2Count, row.s2Counts) << what;
+    }
+}
+
+TEST(Keypad, KeysChooseTheInputOnTheSwitchers) {
+    for (const uint8_t deviceId : std::initializer_list<uint8_t>{1, 2, 3}) {
+        Panel panel;
+        for (int input = 4; input >= 1; --input) {
+            ApplyKey(uint8_t(1 << (input - 1)), deviceId, panel.record, panel.muteIn);
+            EXPECT_EQ(panel.record.Input, input);
+        }
+        ApplyKey(16, deviceId, panel.record, panel.muteIn);
+        EXPECT_EQ(panel.record.Black, 1);
+        ApplyKey(16, deviceId, panel.record, panel.muteIn);
+        EXPECT_EQ(panel.record.Black, 0);
+        EXPECT_EQ(panel.record.Reserved9, kOldReserved);
+    }
+}
+
+TEST(Keypad, MuteKeyWorksWhenItsModeSaysSo) {
+    for (const uint8_t deviceId : std::initializer_list<uint8_t>{0, 1, 2, 3}) {
+        Panel panel;
+        const auto press = [&](uint8_t mode) {
+            panel.record.Sbtn = mode;
+            ApplyKey(kMuteKey, deviceId, panel.record, panel.muteIn);
+            return panel.muteIn.Load();
+        };
+        EXPECT_EQ(press(0), 0);
+        EXPECT_EQ(press(1), 1);
+        EXPECT_EQ(press(2), 1);
+        EXPECT_EQ(press(1), 0);
+    }
+}
+
+// A shift with one button is told and does nothing else, every other code is not even told.
+TEST(Keypad, OtherCodesChangeNothing) {
+    for (const uint8_t deviceId : std::initializer_list<uint8_t>{0, 1}) {
+        Panel panel;
+        panel.record.Sbtn = 1;
+        const std::vector<uint8_t> before = panel.Bytes();
+        std::string told;
+        for (int key = 0; key < 256; ++key) {
+            if (key == 1 || key == 2 || key == 4 || key == 8 || key == 16 || key == kMuteKey) continue;
+            if (key == kSwapKey && deviceId == 0) continue;
+            testing::internal::CaptureStdout();
+            ApplyKey(uint8_t(key), deviceId, panel.record, panel.muteIn);
+            told += testing::internal::GetCapturedStdout();
+        }
+        EXPECT_EQ(panel.Bytes(), before);
+        EXPECT_EQ(told,
+                  "Shifted key: 41\nShifted key: 42\nShifted key: 44\nShifted key: 48\nShifted key: 50\n"
+                  "Shifted key: 60\n");
+    }
+}
+
+TEST(Keypad, DirectViewCodes) {
+    struct Exception {
+        uint8_t code, view, swap;
+    };
+    const Exception exceptions[] = {{8, 2, 0},  {9, 3, 0},  {10, 4, 0},  {11, 5, 0}, {12, 6, 0},
+                                    {13, 7, 0}, {14, 2, 1}, {15, 3, 1},  {16, 4, 1}, {17, 5, 1},
+                                    {18, 6, 1}, {19, 7, 1}, {22, 21, 0}, {23, 21, 1}};
+    for (int code = 0; code < 256; ++code) {
+        for (const uint8_t swap : std::initializer_list<uint8_t>{0, 1}) {
+            Panel panel;
+            StoreViewAndSwap(panel.record, 99, swap);
+            ApplyDirectView(uint8_t(code), panel.record);
+            Exception expected = {uint8_t(code), uint8_t(code < 26 ? code : 99), swap};
+            for (const Exception& row : exceptions)
+                if (row.code == code) expected = row;
+            EXPECT_EQ(panel.record.View, expected.view) << code;
+            EXPECT_EQ(panel.record.Swap, expected.swap) << code;
+            EXPECT_EQ(panel.record.Reserved9, code < 26 ? 0 : kOldReserved) << code;
+            EXPECT_EQ(panel.record.S2Count, 0) << code;
+        }
+    }
+}
+
+TEST(Keypad, ReportsByType) {
+    Panel panel;
+    const auto apply = [&](uint8_t type, uint8_t first, uint8_t second, uint8_t key) {
+        const KeyReport report = {.sequence = 0, .type = type, .payload = {first, second}, .key = key, .rest = {}};
+        ApplyKeyReport(report, 0, panel.record, panel.muteIn);
+    };
+    KeypadVersion = 0;
+    apply(kReportSwap, 21, 0, 16);
+    EXPECT_EQ(panel.record.View, kViewS2);
+    apply(kReportDirectView, 21, 0, 16);
+    EXPECT_EQ(panel.record.View, kViewTB);
+    for (int type = 0; type < 256; ++type)
+        if (type != kReportKey && type != kReportSwap && type != kReportDirectView) apply(uint8_t(type), 3, 3, 1);
+    EXPECT_EQ(panel.record.View, kViewTB);
+    EXPECT_EQ(KeypadVersion, 0) << "only key reports carry the version";
+    apply(kReportKey, 0x12, 0xF3, 16);
+    EXPECT_EQ(panel.record.View, kViewBS);
+    EXPECT_EQ(KeypadVersion, 0x23);
+}
+
+TEST(Keypad, LedsFollowTheSettings) {
+    for (int view = 0; view < 256; ++view) {
+        const int expected = view == 0                                                ? 1
+                             : view == 1                                              ? 2
+                             : (view >= 4 && view <= 7) || (view >= 16 && view <= 19) ? 4
+                             : view == 2 || view == 14 || view == 21 || view == 23    ? 8
+                             : view == 3 || view == 15                                ? 16
+                                                                                      : 0;
+        Panel panel;
+        panel.record.Black = 1;
+        StoreViewAndSwap(panel.record, uint8_t(view), 0);
+        EXPECT_EQ(PanelLedBits(0, panel.record, 1), expected) << view;
+        StoreViewAndSwap(panel.record, uint8_t(view), 1);
+        EXPECT_EQ(PanelLedBits(0, panel.record, 0), expected + 32) << view;
+    }
+    Panel panel;
+    panel.record.Swap = 1;
+    const int inputs[] = {0, 1, 2, 4, 8, 0};
+    for (uint8_t input = 0; input < 6; ++input) {
+        panel.record.Input = input;
+        panel.record.Sbtn = 0;
+        panel.record.Black = 0;
+        EXPECT_EQ(PanelLedBits(3, panel.record, 1), inputs[input]);
+        panel.record.Sbtn = 1;
+        panel.record.Black = 1;
+        EXPECT_EQ(PanelLedBits(1, panel.record, 1), inputs[input] + 16 + 64);
+        EXPECT_EQ(PanelLedBits(2, panel.record, 0), inputs[input] + 16);
+    }
+    EXPECT_EQ(MakeLedFrame(0x55), (LedFrame{0x55, 0xAB, 0xCD, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+}  // namespace

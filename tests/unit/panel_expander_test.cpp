@@ -1,0 +1,191 @@
+#include "board/panel_expander.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr uint8_t kLock = 32, kShift = 64;
+
+uint8_t Port(int held) { return uint8_t((held & 0x7F) ^ 0x3F); }
+
+struct Hold {
+    int held;  // buttons
+    int passes = 10;
+};
+
+std::vector<int> Play(PanelGestures& state, const std::vector<Hold>& holds) {
+    std::vector<int> keys;
+    for (const Hold& hold : holds) {
+        for (int pass = 0; pass < hold.passes; ++pass)
+            if (const PanelWishes wishes = StepPanel(state, Port(hold.held)); wishes.key != 0)
+                keys.push_back(wishes.key);
+    }
+    return keys;
+}
+
+struct Gesture {
+    const char* what;
+    std::vector<Hold> holds;
+    std::vector<int> keys;
+    bool locked = false;
+};
+
+const Gesture kGestures[] = {
+    {"a key counts on release", {{4}, {0}}, {4}},
+    {"not before", {{4, 1000}}, {}},
+    {"long without 32 is short", {{16, 100}, {0}}, {16}},
+    {"32 held short", {{kLock, 40}, {0}}, {32}},
+    {"twice", {{2}, {0}, {2}, {0}}, {2, 2}},
+    {"a combination", {{3}, {0}}, {3}},
+    {"the last one held counts", {{1}, {3}, {2}, {0}}, {2}},
+    {"64 alone", {{kShift}, {0}}, {64}},
+    {"64 alone, long", {{kShift, 100}, {0}}, {64}},
+    {"shifted", {{kShift}, {65}, {kShift}}, {65}},
+    {"and nothing behind it", {{kShift}, {65}, {kShift}, {0}}, {65}},
+    {"shifted twice", {{kShift}, {65}, {kShift}, {72}, {kShift}, {0}}, {65, 72}},
+    {"pressed in one go", {{65}, {kShift}, {0}}, {65}},
+    {"let go in one go", {{kShift}, {65}, {0}}, {65}},
+    {"shift added later", {{1}, {65}, {kShift}, {0}}, {65}},
+    {"shift let go first", {{kShift}, {65}, {1}, {0}}, {1}},
+    {"nothing behind a shifted key", {{kShift}, {65}, {kShift}, {66}, {2}, {0}}, {65}},
+    {"afterwards all is as before", {{kShift}, {65}, {kShift}, {0}, {2}, {0}}, {65, 2}},
+    {"shifted and long without 32", {{kShift}, {65, 100}, {kShift}, {0}}, {65}},
+    {"32 held long locks", {{kLock, 100}}, {}, true},
+    {"and counts for nothing", {{kLock, 100}, {0}}, {}, true},
+    {"locked", {{48, 100}, {0}, {1}, {0}, {kShift}, {65}, {kShift}, {0}}, {}, true},
+    {"once a hold", {{kLock, 500}, {0}}, {}, true},
+    {"unlocked", {{kLock, 100}, {0}, {33, 100}, {0}}, {}},
+    {"usable again", {{kLock, 100}, {0}, {kLock, 100}, {0}, {kLock}, {0}}, {32}},
+    {"shifted and long with 32", {{kShift}, {96, 100}, {kShift}, {0}}, {}, true},
+    {"unlocked by the same, all up first", {{kLock, 100}, {0}, {kShift}, {96, 100}, {kShift}, {65}, {kShift}, {0}}, {}},
+    {"lifting one finger does not lock again", {{33, 100}, {kLock, 100}, {0}}, {}, true},
+    {"time counts from the last change", {{1, 50}, {33, 50}, {0}}, {33}},
+    {"long after a change", {{1, 100}, {33, 100}, {0}}, {}, true},
+    {"contact bounce", {{1, 3}, {0, 3}, {1, 2}, {0, 1}, {1}, {0, 2}, {1, 1}, {0}}, {1}},
+    {"too short to be a key", {{1, 3}, {0, 100}}, {}},
+};
+
+TEST(PanelExpander, Gestures) {
+    for (const Gesture& gesture : kGestures) {
+        PanelGestures state;
+        EXPECT_EQ(Play(state, gesture.holds), gesture.keys) << gesture.what;
+        EXPECT_EQ(state.locked, gesture.locked) << gesture.what;
+    }
+}
+
+TEST(PanelExpander, PassesAreExact) {
+    PanelGestures state;
+    for (int pass = 1; pass <= 3; ++pass) EXPECT_EQ(StepPanel(state, Port(kLock)).pressed, 0) << pass;
+    EXPECT_EQ(StepPanel(state, Port(kLock)).pressed, kLock) << "seen, 1 quiet, armed, taken";
+    Play(state, {{kLock, 59}});
+    EXPECT_FALSE(state.locked);
+    Play(state, {{kLock, 1}});
+    EXPECT_TRUE(state.locked);
+
+    const auto passesToInversion = [&](int held) {
+        for (int passes = 1; passes < 100; ++passes)
+            if (StepPanel(state, Port(held)).invertLockLed) return passes;
+        return -1;
+    };
+    EXPECT_EQ(passesToInversion(0), 11);
+    EXPECT_EQ(passesToInversion(0), 11);
+    Play(state, {{1, 100}});
+    passesToInversion(0);
+    EXPECT_EQ(passesToInversion(0), 2) << "a long press while locked blinks faster";
+    Play(state, {{0}, {kLock, 100}, {0}, {kLock, 100}, {0}});
+    passesToInversion(0);
+    EXPECT_EQ(passesToInversion(0), 11) << "locking anew ends that";
+}
+
+TEST(PanelExpander, LedsWaitForTheStartAndBehindAChange) {
+    PanelGestures state;
+    for (int pass = 1; pass < 40; ++pass) EXPECT_FALSE(StepPanel(state, Port(0)).showLeds) << pass;
+    EXPECT_TRUE(StepPanel(state, Port(0)).showLeds);
+    for (int held : {1, 0}) {
+        Play(state, {{held, 3}});
+        EXPECT_FALSE(StepPanel(state, Port(held)).showLeds) << "the settings' LEDs are still those before the key";
+        const PanelWishes wishes = StepPanel(state, Port(held));
+        EXPECT_TRUE(wishes.showLeds);
+        EXPECT_EQ(wishes.pressed, held);
+        EXPECT_FALSE(wishes.keepLockLed);
+    }
+}
+
+// What a walk of random presses has seen so far.
+struct Walk {
+    PanelGestures state;
+    uint8_t port = Port(0);
+    int quietPasses = 0;                        // since the port changed
+    int keysSinceIdle = 0, locksSinceIdle = 0;  // since all buttons were up
+    int keys = 0, locks = 0;
+};
+
+void ExpectKeyIsEarned(Walk& walk, const PanelGestures& before, uint8_t key) {
+    const PanelGestures& now = walk.state;
+    ++walk.keys;
+    ASSERT_FALSE(before.locked || now.locked);
+    ASSERT_EQ(walk.locksSinceIdle, 0) << "the combination was the lock's";
+    ASSERT_EQ(key, before.pressed) << "what was held";
+    ASSERT_NE(before.pressed & ~now.pressed, 0) << "something was let go";
+    ASSERT_TRUE(now.pressed == kShift || (now.pressed == 0 && walk.keysSinceIdle == 0)) << "two keys for one release";
+    ++walk.keysSinceIdle;
+}
+
+void ExpectLockIsEarned(Walk& walk) {
+    ++walk.locks;
+    ASSERT_EQ(++walk.locksSinceIdle, 1) << "once until all buttons are up";
+    ASSERT_TRUE(walk.state.pressed & kLock);
+    ASSERT_EQ(walk.state.holdTimer, 60);
+}
+
+void ExpectBounds(const PanelGestures& state) {
+    ASSERT_LE(state.debounceTimer, 2);
+    ASSERT_LE(state.holdTimer, 60);
+    ASSERT_LE(state.blinkTimer, 11);
+    ASSERT_LE(state.ledHoldOff, 1);
+    ASSERT_LE(state.startUpTimer, 40);
+}
+
+void Step(Walk& walk, uint8_t port) {
+    const PanelGestures before = walk.state;
+    const PanelWishes wishes = StepPanel(walk.state, port);
+    walk.quietPasses = port == walk.port ? walk.quietPasses + 1 : 0;
+    walk.port = port;
+    if (wishes.key != 0) ExpectKeyIsEarned(walk, before, wishes.key);
+    if (walk.state.locked != before.locked) ExpectLockIsEarned(walk);
+    EXPECT_TRUE(walk.state.pressed == before.pressed || walk.quietPasses == 3);
+    if (walk.state.pressed == 0) walk.keysSinceIdle = walk.locksSinceIdle = 0;
+    ExpectBounds(walk.state);
+}
+
+void ExpectIdle(const PanelGestures& state) {
+    ASSERT_EQ(state.pressed | state.ledHoldOff, 0);
+    ASSERT_FALSE(state.shifted || state.consumed || state.longPressed);
+}
+
+// Presses and bounces of every length, the port's eighth bit included: what holds whatever the fingers do.
+TEST(PanelExpander, NothingUnearnedInAMillionPasses) {
+    std::mt19937 random(20240611);
+    const auto below = [&](unsigned limit) { return unsigned(random()) % limit; };
+    Walk walk;
+    int held = 0;
+    for (int passes = 0; passes < 1'000'000;) {
+        const bool release = below(8) == 0;
+        held = release ? 0 : below(4) == 0 ? int(below(256)) : held ^ 1 << below(8);
+        const int dwell = release ? 5 : int(below(4) == 0 ? below(150) : below(8));
+        for (int i = 0; i < dwell; ++i, ++passes) {
+            Step(walk, uint8_t(held ^ 0x3F));
+            if (HasFailure()) FAIL() << "in pass " << passes;
+        }
+        if (release) ExpectIdle(walk.state);
+    }
+    EXPECT_GT(walk.keys, 1000);
+    EXPECT_GT(walk.locks, 1000);
+}
+
+}  // namespace
