@@ -55,15 +55,13 @@ static uint8_t FollowChange(PanelGestures& state, uint8_t now) {
     const uint8_t key = KeyOfChange(state, state.pressed, now);
     state.pressed = now;
     state.holdTimer = 0;
-    state.longPressed = false;
     state.ledHoldOff = kLedHoldOffPasses;
     if (now == 0) state.shifted = state.consumed = false;
     return key;
 }
 
 static void FollowLongPress(PanelGestures& state) {
-    if (state.pressed == 0 || state.longPressed || state.consumed || state.holdTimer < kLongPressPasses) return;
-    state.longPressed = true;
+    if (state.pressed == 0 || state.consumed || state.holdTimer < kLongPressPasses) return;
     if (state.pressed & kSwapKey) {
         state.locked = !state.locked;
         state.consumed = true;

@@ -25,7 +25,6 @@ struct PanelGestures {
     uint8_t stable = kNothingHeld;  // port once it was quiet
     bool armed = false;             // quiet for one pass: the next one takes it
     uint8_t pressed = 0;            // buttons held, one bit each
-    bool longPressed = false;       // this combination's long press was seen
     bool shifted = false;           // a shifted key counted since all buttons were up
     bool consumed = false;          // the lock changed since all buttons were up: nothing counts until they are
     bool locked = false;

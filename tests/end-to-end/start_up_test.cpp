@@ -50,11 +50,11 @@ static Ended OneShot(const Words& arguments, const Words& options = {}) {
 TEST(StartUp, FreshBoardComesUpInOrder) {
     const Board board = StartNewBoard({"--camera1", "fullhd-mjpeg"});
     ASSERT_TRUE(WaitForOutput(board, "Playing video pipeline...\n", 30)) << Output(board);
-    ExpectInOrder(Output(board),
-                  {kAudioFailed, "Can't open application config file.\n", "Tesselvisor Version 2.0.12\n",
-                   "---------------------------------------------\n", "Hardware ID: 0\n",
-                   "Read configuration failed. Apply default values.\n", "In main: creating UART thread\n",
-                   "In main: creating console thread\n", "In main: creating Gstreamer video thread\n"});
+    ExpectInOrder(Output(board), {kAudioFailed, "Can't open application config file.\n", "Tesselvisor Version 2.0.12\n",
+                                  "---------------------------------------------\n", "Hardware ID: 0\n",
+                                  "Read configuration failed. Apply default values.\n",
+                                  "In main: creating led thread\n", "In main: creating UART thread\n",
+                                  "In main: creating console thread\n", "In main: creating Gstreamer video thread\n"});
     EXPECT_THAT(Output(board), HasSubstr("File config error\n"));
     ExpectInOrder(Ctl(board, {"journal"}).out,
                   {"6 Audio channel setup failed.", "6 Tesselvisor Version 2.0.12", "6 Hardware ID: 0",
