@@ -17,6 +17,7 @@ struct CameraPort {
     unsigned bus;
     bool initialised = false;
     bool hostBound = true;
+    ControlFault controlFault = ControlFault::kNone;
     std::optional<CameraProfile> plugged;
     std::shared_ptr<CaptureDevice> device;  // null: nothing plugged, or its host controller is unbound
 };
@@ -105,6 +106,7 @@ static std::string Connect(int camera) {
     DescribeUsbDevice(port, *port.plugged);
     port.device = AddCaptureDevice(TraitsOf(port, *port.plugged), FilmCamera, camera);
     if (!port.device) return "no video node is free";
+    SetControlFault(*port.device, port.controlFault);
     WriteUsbList();
     Tell(camera, &*port.plugged);
     return {};
@@ -197,9 +199,24 @@ static VerbAnswer Deliver(int camera, const DeliveryWord& row) {
     return {};
 }
 
+// The camera that a verb's first word names; 0: none.
+static int NamedCamera(const VerbWords& words) {
+    if (words.empty() || (words[0] != "1" && words[0] != "2")) return 0;
+    return words[0] == "1" ? 1 : 2;
+}
+
+static VerbAnswer DescribeCamera(int camera) {
+    const CameraPort& port = PortOf(camera);
+    if (!port.device) return {.text = "null"};
+    Json text = {{"profile", port.plugged->name}, {"card", port.plugged->card}};
+    text.update(DescribeCapture(*port.device));
+    return {.text = text.dump(4)};
+}
+
 VerbAnswer CameraVerb(const VerbWords& words) {
-    if (words.size() < 2 || (words[0] != "1" && words[0] != "2")) return Usage("camera");
-    const int camera = words[0] == "1" ? 1 : 2;
+    const int camera = NamedCamera(words);
+    if (camera == 0) return Usage("camera");
+    if (words.size() == 1) return DescribeCamera(camera);
     const bool plug = words[1] == "plug" && words.size() == 3;
     if (plug || (words[1] == "unplug" && words.size() == 2)) {
         const std::string error = plug ? PlugCamera(camera, words[2]) : UnplugCamera(camera);
@@ -211,4 +228,25 @@ VerbAnswer CameraVerb(const VerbWords& words) {
         if (words.size() == 2 && row.word == words[1]) return Deliver(camera, row);
     }
     return Usage("camera");
+}
+
+struct ControlFaultWord {
+    std::string_view word;
+    ControlFault fault;
+};
+static constexpr std::array kControlFaults = {
+    ControlFaultWord{"query", ControlFault::kQuery}, ControlFaultWord{"read", ControlFault::kRead},
+    ControlFaultWord{"write", ControlFault::kWrite}, ControlFaultWord{"stuck", ControlFault::kStuck},
+    ControlFaultWord{"off", ControlFault::kNone}};
+
+VerbAnswer CameraFaultVerb(const VerbWords& words) {
+    const int camera = NamedCamera(words);
+    const auto row =
+        words.size() == 2 ? std::ranges::find(kControlFaults, words[1], &ControlFaultWord::word) : kControlFaults.end();
+    if (camera == 0 || row == kControlFaults.end()) return Bad("usage: fault camera N query|read|write|stuck|off");
+    CameraPort& port = PortOf(camera);
+    port.controlFault = row->fault;
+    if (port.device) SetControlFault(*port.device, row->fault);
+    Trace("fault", {{"camera", camera}, {"fault", words[1]}});
+    return {};
 }

@@ -26,4 +26,5 @@ void UsbHostBound(int host, bool bound);
 void OnCameraPlug(void (*changed)(int camera, const CameraProfile* profile));
 const CameraProfile* ConnectedCamera(int camera);  // what the board's USB sees on this port now; null: nothing
 
-VerbAnswer CameraVerb(const VerbWords& words);  // camera N plug PROFILE | unplug | stall | resume | garbage
+VerbAnswer CameraVerb(const VerbWords& words);       // camera N [plug PROFILE | unplug | stall | resume | garbage]
+VerbAnswer CameraFaultVerb(const VerbWords& words);  // fault camera N query|read|write|stuck|off

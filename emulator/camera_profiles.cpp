@@ -147,6 +147,18 @@ static uint32_t ControlId(std::string_view text) {
     return *id;
 }
 
+// From rest, as near to 0 as its end stops let it be.
+static std::optional<ControlMotion> ReadMotion(const Json& json) {
+    if (!json.contains("moves")) return std::nullopt;
+    const Json& moves = json.at("moves");
+    ControlMotion motion = {.from = moves.at("from").get<double>(),
+                            .to = moves.at("to").get<double>(),
+                            .perSecond = moves.value("perSecond", 1.0)};
+    if (motion.from > motion.to) Refuse("moves: from lies beyond to");
+    motion.position = std::clamp(0.0, motion.from, motion.to);
+    return motion;
+}
+
 static CaptureControl ReadControl(const Json& json) {
     CaptureControl control = {.name = json.at("name").get<std::string>(), .menu = {}};
     control.id = ControlId(json.at("id").get<std::string>());
@@ -157,6 +169,7 @@ static CaptureControl ReadControl(const Json& json) {
     control.step = json.value("step", control.type == V4L2_CTRL_TYPE_BUTTON ? 0 : 1);
     control.defaultValue = json.value("default", control.minimum);
     control.value = control.defaultValue;
+    control.motion = ReadMotion(json);
     if (control.type == V4L2_CTRL_TYPE_BUTTON) control.flags = V4L2_CTRL_FLAG_WRITE_ONLY;
     if (control.minimum > control.maximum || control.defaultValue < control.minimum ||
         control.defaultValue > control.maximum || control.step < 0)

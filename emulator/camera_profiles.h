@@ -14,7 +14,8 @@
 //         "repeats": 1000,                             optional: each format's last size is enumerated so often again
 //         "controls": [{"id": "0x009a0908", "name": "Pan, Absolute", "minimum": -36000, "maximum": 36000, "step": 3600,
 //                       "default": 0, "type": "integer"}],   type: integer (if absent), boolean, menu (with "menu"),
-//                       button
+//                       button; a speed also has "moves": {"from": -170, "to": 170, "perSecond": 4}: the end stops of
+//                       what it drives, and the way in a second for each unit of speed
 //         "extensionUnits": [{"unit": 11, "selector": 2, "data": [0]}],
 //         "recording": "film.mkv",                     optional, beside this file or the program: played instead
 //         "microphone": {"channels": 2, "rates": [48000], "ppm": -30}, "speaker": {...}

@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "board.h"
+#include "camera.h"
 #include "expander.h"
 #include "i2c_bus.h"
 #include "sandbox.h"
@@ -134,8 +135,9 @@ struct FaultKind {
     VerbAnswer (*run)(const VerbWords& words);
 };
 static constexpr std::array kKinds{
-    FaultKind{"tool", ToolFaultVerb},   FaultKind{"disk", DiskFaultVerb},         FaultKind{"i2c", I2cFaultVerb},
-    FaultKind{"sound", SoundFaultVerb}, FaultKind{"expander", ExpanderFaultVerb},
+    FaultKind{"tool", ToolFaultVerb},         FaultKind{"disk", DiskFaultVerb},   FaultKind{"i2c", I2cFaultVerb},
+    FaultKind{"camera", CameraFaultVerb},     FaultKind{"sound", SoundFaultVerb},
+    FaultKind{"expander", ExpanderFaultVerb},
 };
 
 VerbAnswer FaultVerb(const VerbWords& words) {

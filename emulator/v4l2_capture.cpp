@@ -208,6 +208,23 @@ void RemoveCaptureDevice(CaptureDevice& device) {
 
 void SetDelivery(CaptureDevice& device, Delivery delivery) { device.delivery = delivery; }
 
+void SetControlFault(CaptureDevice& device, ControlFault fault) { device.controlFault = fault; }
+
+int TellRequest(const CaptureCall& call, const char* request, Json fields, int result) {
+    Json line = {{"node", call.device.path}, {"request", request}};
+    line.update(fields);
+    if (result < 0) line["error"] = strerrorname_np(-result);
+    Trace("ioctl", std::move(line));
+    return result;
+}
+
+Json DescribeCapture(const CaptureDevice& device) {
+    return {{"node", device.path},
+            {"streaming", device.streaming},
+            {"controls", DescribeControls(device)},
+            {"extensionUnits", DescribeUnits(device)}};
+}
+
 const std::string& CapturePath(const CaptureDevice& device) { return device.path; }
 
 void ForgetCaptureDevices() { CaptureNodes.fill({}); }

@@ -19,6 +19,7 @@
 
 #include "frame_makers.h"
 #include "supervisor.h"
+#include "trace.h"
 #include "udev_events.h"
 
 // Enumerated as they stand; a discrete size has equal ends. Intervals are seconds from frame to frame: each one, or for
@@ -37,6 +38,13 @@ struct CaptureFormat {
     uint32_t repeats = 0;  // how often the last size is enumerated again: a camera that does not find an end
 };
 
+// What a speed control drives: a position between two end stops, in degrees or whatever the profile counts in.
+struct ControlMotion {
+    double from = 0, to = 0;
+    double perSecond = 1;  // and unit of speed
+    double position = 0;   // when the speed was set last
+};
+
 struct CaptureControl {
     uint32_t id = 0, type = V4L2_CTRL_TYPE_INTEGER;
     std::string name;
@@ -44,6 +52,8 @@ struct CaptureControl {
     uint32_t flags = 0;
     std::vector<std::string> menu;  // V4L2_CTRL_TYPE_MENU: from `minimum` on
     int32_t value = 0;
+    std::optional<ControlMotion> motion = {};
+    int64_t movedAt = 0;  // microseconds, when the value was set
 };
 
 struct ExtensionControl {  // of a UVC extension unit
@@ -60,6 +70,9 @@ struct CaptureTraits {
     std::vector<ExtensionControl> extensionControls;
     std::string sysfsFolder;  // "/devices/platform/ci_hdrc.0/usb1/1-1/1-1:1.0": its parent device
 };
+
+// Queries, readings or settings of controls fail with EIO; or settings have no effect, as with a blocked motor.
+enum class ControlFault { kNone, kQuery, kRead, kWrite, kStuck };
 
 enum class Delivery { kNormal, kStalled, kGarbage };
 
@@ -81,6 +94,11 @@ void RestartCapture(CaptureDevice& device);
 
 // Stalled: no frame any more, all calls stay alive. Garbage: frames of noise, or cut short.
 void SetDelivery(CaptureDevice& device, Delivery delivery);
+
+void SetControlFault(CaptureDevice& device, ControlFault fault);
+
+// Node, controls with their values, ranges and positions, data of the extension units.
+Json DescribeCapture(const CaptureDevice& device);
 
 // "/dev/video0".
 const std::string& CapturePath(const CaptureDevice& device);

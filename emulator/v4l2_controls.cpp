@@ -1,11 +1,9 @@
-// Controls of the V4L2 interface, and the extension units of a UVC camera.
-#include <linux/usb/video.h>
-#include <linux/uvcvideo.h>
+// Controls of the V4L2 interface. Each request is told in the trace, with its values.
+#include <cmath>
 
 #include "v4l2_device.h"
 
 static constexpr uint32_t kExtendedLimit = 1024;  // controls in one request
-static constexpr uint8_t kSupportsGetAndSet = 3;  // answer to UVC_GET_INFO
 
 static CaptureControl* ControlOf(CaptureDevice& device, uint32_t id) {
     const auto control = std::ranges::find(device.traits.controls, id, &CaptureControl::id);
@@ -42,7 +40,7 @@ static CaptureControl* Sought(CaptureDevice& device, uint32_t id) {
     return nullptr;
 }
 
-int QueryControl(const CaptureCall& call, v4l2_queryctrl& query) {
+static int FindRange(const CaptureCall& call, v4l2_queryctrl& query) {
     const CaptureControl* control = Sought(call.device, query.id);
     if (control == nullptr) return -EINVAL;
     query = {.id = control->id,
@@ -56,7 +54,7 @@ int QueryControl(const CaptureCall& call, v4l2_queryctrl& query) {
     return 0;
 }
 
-int QueryExtendedControl(const CaptureCall& call, v4l2_query_ext_ctrl& query) {
+static int FindRange(const CaptureCall& call, v4l2_query_ext_ctrl& query) {
     const CaptureControl* control = Sought(call.device, query.id);
     if (control == nullptr) return -EINVAL;
     query = {.id = control->id,
@@ -70,6 +68,27 @@ int QueryExtendedControl(const CaptureCall& call, v4l2_query_ext_ctrl& query) {
              .elems = 1};
     CopyText(query.name, sizeof query.name, control->name);
     return 0;
+}
+
+template <typename Query>
+static int TellRange(const CaptureCall& call, const char* request, Query& query) {
+    const uint32_t asked = query.id;
+    const bool next = (asked & V4L2_CTRL_FLAG_NEXT_CTRL) != 0;  // a program that lists them all
+    Json fields = {{next ? "after" : "id", asked & V4L2_CTRL_ID_MASK}};
+    const int result = HasFault(call, ControlFault::kQuery) ? -EIO : FindRange(call, query);
+    if (result == 0)
+        fields.update({{next ? "found" : "id", query.id},
+                       {"name", reinterpret_cast<const char*>(query.name)},
+                       {"minimum", query.minimum},
+                       {"maximum", query.maximum},
+                       {"step", query.step}});
+    return TellRequest(call, request, std::move(fields), result);
+}
+
+int QueryControl(const CaptureCall& call, v4l2_queryctrl& query) { return TellRange(call, "VIDIOC_QUERYCTRL", query); }
+
+int QueryExtendedControl(const CaptureCall& call, v4l2_query_ext_ctrl& query) {
+    return TellRange(call, "VIDIOC_QUERY_EXT_CTRL", query);
 }
 
 int QueryMenu(const CaptureCall& call, v4l2_querymenu& query) {
@@ -102,27 +121,39 @@ static int FitValue(const CaptureControl* control, int32_t& value) {
     return 0;
 }
 
+// Where a speed has brought the camera by now.
+static double PositionOf(const CaptureControl& control) {
+    const ControlMotion& motion = *control.motion;
+    const double seconds = double(NowMicroseconds() - control.movedAt) / 1e6;
+    return std::clamp(motion.position + control.value * motion.perSecond * seconds, motion.from, motion.to);
+}
+
 static void Store(CaptureDevice& device, CaptureControl& control, int32_t value) {
+    if (device.controlFault == ControlFault::kStuck) return;
+    if (control.motion) control.motion->position = PositionOf(control);
+    control.movedAt = NowMicroseconds();
     if (control.type != V4L2_CTRL_TYPE_BUTTON) control.value = value;
-    Trace("ioctl", {{"node", device.path},
-                    {"request", "VIDIOC_S_CTRL"},
-                    {"id", control.id},
-                    {"name", control.name},
-                    {"value", value}});
+}
+
+static Json NamedValue(const CaptureControl* control, const v4l2_control& asked) {
+    return {{"id", asked.id}, {"name", control ? Json(control->name) : Json(nullptr)}, {"value", asked.value}};
 }
 
 int GetControl(const CaptureCall& call, v4l2_control& control) {
     const CaptureControl* known = ControlOf(call.device, control.id);
-    if (const int error = CheckReadable(known); error != 0) return error;
-    control.value = known->value;
-    return 0;
+    const int result = HasFault(call, ControlFault::kRead) ? -EIO : CheckReadable(known);
+    if (result == 0) control.value = known->value;
+    const Json fields = result == 0 ? NamedValue(known, control) : Json{{"id", control.id}};
+    return TellRequest(call, "VIDIOC_G_CTRL", fields, result);
 }
 
+// Told with the value that was asked for; what the camera makes of it is in the next reading.
 int SetControl(const CaptureCall& call, v4l2_control& control) {
     CaptureControl* known = ControlOf(call.device, control.id);
-    if (const int error = FitValue(known, control.value); error != 0) return error;
-    Store(call.device, *known, control.value);
-    return 0;
+    const Json asked = NamedValue(known, control);
+    const int result = HasFault(call, ControlFault::kWrite) ? -EIO : FitValue(known, control.value);
+    if (result == 0) Store(call.device, *known, control.value);
+    return TellRequest(call, "VIDIOC_S_CTRL", asked, result);
 }
 
 // ---- Several at once. `error_idx` tells the control that failed, or the count when none was touched yet.
@@ -161,9 +192,15 @@ static int CheckEmpty(const CaptureCall& call, const v4l2_ext_controls& controls
     return NamesClass(controls) && ControlOf(call.device, controls.which | 1) == nullptr ? -EINVAL : 0;
 }
 
-int GetExtendedControls(const CaptureCall& call, v4l2_ext_controls& controls) {
-    ExtendedRequest request = ReadRows(call, controls);
+static int TellRows(const CaptureCall& call, const char* name, const ExtendedRequest& request, int result) {
+    Json values = Json::array();
+    for (const v4l2_ext_control& row : request.rows) values.push_back({{"id", row.id}, {"value", row.value}});
+    return TellRequest(call, name, {{"controls", values}}, result);
+}
+
+static int GetRows(const CaptureCall& call, v4l2_ext_controls& controls, ExtendedRequest& request) {
     controls.error_idx = controls.count;
+    if (HasFault(call, ControlFault::kRead)) return -EIO;
     if (request.error != 0) return request.error;
     if (request.rows.empty()) return CheckEmpty(call, controls);
     for (v4l2_ext_control& row : request.rows) {
@@ -173,6 +210,12 @@ int GetExtendedControls(const CaptureCall& call, v4l2_ext_controls& controls) {
         row.value = controls.which == V4L2_CTRL_WHICH_DEF_VAL ? control->defaultValue : control->value;
     }
     return WriteRows(call, controls, request);
+}
+
+int GetExtendedControls(const CaptureCall& call, v4l2_ext_controls& controls) {
+    ExtendedRequest request = ReadRows(call, controls);
+    const int result = GetRows(call, controls, request);
+    return TellRows(call, "VIDIOC_G_EXT_CTRLS", request, result);
 }
 
 // Checks all values and puts in what would be set. `tried`: a failure is told by its row.
@@ -199,62 +242,31 @@ int TryExtendedControls(const CaptureCall& call, v4l2_ext_controls& controls) {
     return error != 0 ? error : WriteRows(call, controls, request);
 }
 
-int SetExtendedControls(const CaptureCall& call, v4l2_ext_controls& controls) {
-    ExtendedRequest request = ReadRows(call, controls);
+static int SetRows(const CaptureCall& call, v4l2_ext_controls& controls, ExtendedRequest& request) {
     if (const int error = FitRows(call, controls, request, false); error != 0) return error;
+    if (HasFault(call, ControlFault::kWrite)) return -EIO;
     for (const v4l2_ext_control& row : request.rows) Store(call.device, *ControlOf(call.device, row.id), row.value);
     return WriteRows(call, controls, request);
 }
 
-// ---- Extension units
-
-static int AnswerUnit(const CaptureCall& call, const uvc_xu_control_query& query, const std::vector<uint8_t>& bytes) {
-    if (query.size != bytes.size()) return -ENOBUFS;
-    const auto address = reinterpret_cast<uint64_t>(query.data);
-    return call.ioctl.memory.Write(address, bytes.data(), bytes.size()) ? 0 : -EFAULT;
+int SetExtendedControls(const CaptureCall& call, v4l2_ext_controls& controls) {
+    ExtendedRequest request = ReadRows(call, controls);
+    const int result = SetRows(call, controls, request);
+    return TellRows(call, "VIDIOC_S_EXT_CTRLS", request, result);
 }
 
-static int StoreUnit(const CaptureCall& call, const uvc_xu_control_query& query, std::vector<uint8_t>& current) {
-    if (query.size != current.size()) return -ENOBUFS;
-    std::vector<uint8_t> bytes(query.size);
-    if (!call.ioctl.memory.Read(reinterpret_cast<uint64_t>(query.data), bytes.data(), bytes.size())) return -EFAULT;
-    current = bytes;
-    Trace("ioctl", {{"node", call.device.path},
-                    {"request", "UVCIOC_CTRL_QUERY"},
-                    {"unit", query.unit},
-                    {"selector", query.selector},
-                    {"data", bytes}});
-    return 0;
+// ---- What a person sees
+
+static Json DescribeControl(const CaptureControl& control) {
+    Json text = {
+        {"value", control.value}, {"minimum", control.minimum}, {"maximum", control.maximum}, {"step", control.step}};
+    if (control.motion) text["position"] = std::round(PositionOf(control) * 100) / 100;
+    return text;
 }
 
-int QueryExtensionUnit(const CaptureCall& call, uvc_xu_control_query& query) {
-    const auto sameControl = [&](const ExtensionControl& control) {
-        return control.unit == query.unit && control.selector == query.selector;
-    };
-    auto& known = call.device.traits.extensionControls;
-    const auto control = std::ranges::find_if(known, sameControl);
-    if (control == known.end()) return -ENOENT;
-    const std::vector<uint8_t> zeros(control->current.size()), ones(control->current.size(), 1),
-        most(control->current.size(), 0xff);
-    const auto size = static_cast<uint16_t>(control->current.size());
-    switch (query.query) {
-        case UVC_GET_LEN:
-            return AnswerUnit(call, query, {static_cast<uint8_t>(size), static_cast<uint8_t>(size >> 8)});
-        case UVC_GET_INFO:
-            return AnswerUnit(call, query, {kSupportsGetAndSet});
-        case UVC_GET_CUR:
-            return AnswerUnit(call, query, control->current);
-        case UVC_GET_DEF:
-            return AnswerUnit(call, query, control->initial);
-        case UVC_GET_MIN:
-            return AnswerUnit(call, query, zeros);
-        case UVC_GET_MAX:
-            return AnswerUnit(call, query, most);
-        case UVC_GET_RES:
-            return AnswerUnit(call, query, ones);
-        case UVC_SET_CUR:
-            return StoreUnit(call, query, control->current);
-        default:
-            return -EINVAL;
-    }
+Json DescribeControls(const CaptureDevice& device) {
+    Json controls = Json::object();
+    for (const CaptureControl& control : device.traits.controls)
+        if (control.type != V4L2_CTRL_TYPE_CTRL_CLASS) controls[control.name] = DescribeControl(control);
+    return controls;
 }

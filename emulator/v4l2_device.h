@@ -38,6 +38,7 @@ struct CaptureDevice {
     UdevDevice udev;
     bool gone = false;
     Delivery delivery = Delivery::kNormal;
+    ControlFault controlFault = ControlFault::kNone;
 
     v4l2_pix_format format{};
     v4l2_fract interval{1, 30};
@@ -69,6 +70,11 @@ struct CaptureCall {
     const IoctlCall& ioctl;
 };
 
+inline bool HasFault(const CaptureCall& call, ControlFault fault) { return call.device.controlFault == fault; }
+
+// Puts a request about controls into the trace, with the name of its error, and returns its result.
+int TellRequest(const CaptureCall& call, const char* request, Json fields, int result);
+
 // Each gets the caller's record and leaves the answer in it: 0 (or what the ioctl returns), -errno or kHold.
 // Formats:
 void ChooseDefaultFormat(CaptureDevice& device);
@@ -91,8 +97,12 @@ int SetControl(const CaptureCall& call, v4l2_control& control);
 int GetExtendedControls(const CaptureCall& call, v4l2_ext_controls& controls);
 int SetExtendedControls(const CaptureCall& call, v4l2_ext_controls& controls);
 int TryExtendedControls(const CaptureCall& call, v4l2_ext_controls& controls);
+Json DescribeControls(const CaptureDevice& device);
+
+// Extension units:
 struct uvc_xu_control_query;
 int QueryExtensionUnit(const CaptureCall& call, uvc_xu_control_query& query);
+Json DescribeUnits(const CaptureDevice& device);
 
 // Buffers and streaming:
 int RequestBuffers(const CaptureCall& call, v4l2_requestbuffers& request);

@@ -97,7 +97,7 @@ static VerbAnswer KernelLogVerb(const VerbWords& words) {
 }
 
 static constexpr std::array kVerbs{
-    Verb{"camera", "camera N plug PROFILE | unplug | stall | resume | garbage", CameraVerb},
+    Verb{"camera", "camera N [plug PROFILE | unplug | stall | resume | garbage]", CameraVerb},
     Verb{"hdmi-in", "hdmi-in PORT WxH[p|i]R | off", HdmiInVerb},
     Verb{"monitor", "monitor plug [EDID] | unplug", MonitorVerb},
     Verb{"lan", "lan plug|unplug", LanVerb},
@@ -116,7 +116,8 @@ static constexpr std::array kVerbs{
     Verb{"i2c", "i2c", I2cVerb},
     Verb{"fault",
          "fault tool NAME fail|hang|silent|flood|slow|absent|off | disk full|readonly|off | i2c ADDRESS nak "
-         "[N]|hang|off | sound PLACE busy|gone|xrun|off | expander reset|bounce MS|off",
+         "[N]|hang|off | camera N query|read|write|stuck|off | sound PLACE busy|gone|xrun|off | expander reset|bounce "
+         "MS|off",
          FaultVerb},
     Verb{"temperature", "temperature CELSIUS", TemperatureVerb},
     Verb{"kernel-log", "kernel-log TEXT", KernelLogVerb},

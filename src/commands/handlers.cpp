@@ -5,6 +5,9 @@
 #include <algorithm>
 #include <array>
 
+#include "camera/presets.h"
+#include "camera/ptz.h"
+#include "commands/command_tables.h"
 #include "commands/reply_channel.h"
 #include "commands/serial_port.h"
 #include "core/health.h"
@@ -170,6 +173,26 @@ int SetOutputNetwork(const int32_t* arguments) {
 }
 
 int ResetUsbInputsCommand(const int32_t*) { return ResetUsbInputs(); }
+
+// ---- Cameras ----
+
+// The numbers that were given, in their order.
+static int MoveBy(PtzAxis axis, const int32_t* arguments) {
+    std::array<int32_t, kArguments> given;
+    const auto isGiven = [](int32_t number) { return number != kMissingArgument; };
+    const auto end = std::copy_if(arguments, arguments + kArguments, given.begin(), isGiven);
+    return MoveCamera(axis, {given.begin(), end});
+}
+
+int Pan(const int32_t* arguments) { return MoveBy(kPan, arguments); }
+
+int Tilt(const int32_t* arguments) { return MoveBy(kTilt, arguments); }
+
+int Zoom(const int32_t* arguments) { return MoveBy(kZoom, arguments); }
+
+int RecallCameraPreset(const int32_t* arguments) { return RecallPreset(arguments[0], arguments[1]); }
+
+int StoreCameraPreset(const int32_t* arguments) { return StorePreset(arguments[0], arguments[1]); }
 
 // ---- Settings and identity ----
 

@@ -46,6 +46,13 @@ int SetOutputLocal(const int32_t* arguments);    // OUTPUT index; waits 1 s for 
 int SetOutputNetwork(const int32_t* arguments);  // the same, waits until the pipeline is gone, and saves
 int ResetUsbInputsCommand(const int32_t*);       // RSTUSB
 
+// Cameras. A move goes on behind its answer.
+int Pan(const int32_t* arguments);                 // PAN [camera] speed
+int Tilt(const int32_t* arguments);                // TILT [camera] speed
+int Zoom(const int32_t* arguments);                // ZOOM [camera] value
+int RecallCameraPreset(const int32_t* arguments);  // PRESET camera preset
+int StoreCameraPreset(const int32_t* arguments);   // SAVEPRESET camera preset
+
 // Settings and identity
 int Save(const int32_t*);                            // SAVE
 int RestoreDefaults(const int32_t* = nullptr);       // RSTR; may wait up to 30 s for the network manager

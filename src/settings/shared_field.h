@@ -13,7 +13,8 @@
 
 template <typename T>
 struct Shared {
-    static_assert(std::is_trivially_copyable_v<T> && sizeof(T) <= sizeof(uint32_t));
+    static_assert(std::is_trivially_copyable_v<T>);
+    static_assert(sizeof(T) <= 4 || (sizeof(T) == 8 && alignof(T) == 8), "one access of the processor");
     T raw;
 
     Shared& operator=(const Shared&) = delete;  // would copy without the atomic store: say other.Load()
