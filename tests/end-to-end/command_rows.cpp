@@ -2,6 +2,11 @@
 
 static const std::string kServiceLine = "connmanctl config ethernet_00049f052a61_cable --ipv6 off --ipv4 ";
 static const std::string kFirstTiming = "-g 1920 1080 1920 1080 32 -t 6734 148 528 36 4 44 5";
+static const std::vector<uint8_t> kFirstCameraAtRest = [] {
+    std::vector<uint8_t> bytes(Inv1 - PtzCamera, 0);
+    bytes[0] = 1;
+    return bytes;
+}();
 
 // clang-format off
 const std::vector<CommandRow> CommandRows = {
@@ -97,6 +102,25 @@ const std::vector<CommandRow> CommandRows = {
     {.word = "AOUTUSB1",   .arguments = "9",    .changes = {{AoutUsb1, {9}}},   .prints = "AOUTUSB1 => 9\n"},
     {.word = "AOUTUSB2",   .arguments = "258",  .changes = {{AoutUsb2, {2}}},   .prints = "AOUTUSB2 => 2\n"},
 
+    // Cameras. None is plugged here: a refused one-number form is remembered for the camera on display.
+    {.word = "PAN",  .arguments = "-5",  .sentOn = kLayouts, .before = "SS1",
+     .changes = {{PtzCamera, {1}}, {PanCamera1, {251, 255, 255, 255}}}, .prints = "Open failed!\n", .refused = true},
+    {.word = "TILT", .arguments = "1",   .sentOn = kLayouts, .before = "S2",
+     .changes = {{PtzCamera, {2}}, {TiltCamera2, {1, 0, 0, 0}}}, .prints = "Open failed!\n", .refused = true},
+    {.word = "ZOOM", .arguments = "300", .sentOn = kLayouts, .before = "TB2",
+     .changes = {{PtzCamera, {2}}, {ZoomCamera2, {44, 1, 0, 0}}}, .prints = "Open failed!\n", .refused = true},
+    {.word = "PAN",  .arguments = "7",   .sentOn = kInputs, .before = "IN2",
+     .changes = {{PtzCamera, {2}}, {PanCamera2, {7, 0, 0, 0}}}, .prints = "Open failed!\n", .refused = true},
+    {.word = "TILT", .arguments = "-1",  .sentOn = kInputs, .before = "IN1",
+     .changes = {{PtzCamera, {1}}, {TiltCamera1, {255, 255, 255, 255}}}, .prints = "Open failed!\n", .refused = true},
+    {.word = "ZOOM", .arguments = "-2",  .sentOn = kInputs, .before = "IN3", .prints = "Open failed!\n", .refused = true},
+    {.word = "PAN",  .arguments = "1 5", .prints = "Set V4L2_CID_PAN_SPEED failed!\n", .refused = true},
+    {.word = "TILT", .arguments = "2 5", .prints = "Set V4L2_CID_TILT_SPEED failed!\n", .refused = true},
+    {.word = "ZOOM", .arguments = "1 500", .refused = true},
+    {.word = "PAN",  .arguments = "3 5", .refused = true},
+    {.word = "PRESET",     .arguments = "1 1", .refused = true},
+    {.word = "SAVEPRESET", .arguments = "2 1", .refused = true},
+
     // Video and output
     {.word = "INV", .arguments = "3 1", .changes = {{Inv3, {1}}}, .saves = true},
     {.word = "ENJPEGPARSE", .arguments = "1", .changes = {{EnJpegParse, {1}}}},
@@ -138,7 +162,7 @@ const std::vector<CommandRow> CommandRows = {
      .runs = {"connmanctl services", kServiceLine + "dhcp > /dev/null"}, .answersFirst = true},
     {.word = "RSTR",
      .changes = {{View, {0, 0, 0, 0, 1}}, {IpAddress, {192, 168, 0, 81, 1}}, {OutputHz, {0, 0}}, {Black, {0}},
-                 {S2Count, {0}}, {MonitorVendor, {0, 0, 0, 0}}, {PtzCamera, {1}}, {Inv1, {0, 0, 0, 0, 0, 0, 0, 0}}, {Sbtn, {0, 0, 0, 0, 0, 0}},
+                 {S2Count, {0}}, {MonitorVendor, {0, 0, 0, 0}}, {PtzCamera, kFirstCameraAtRest}, {Inv1, {0, 0, 0, 0, 0, 0, 0, 0}}, {Sbtn, {0, 0, 0, 0, 0, 0}},
                  {AoutHdmi, {0, 0, 0, 0, 0, 255, 255, 255, 0, 0, 192, 168, 0, 1, 0, 0}}},
      .saves = true, .runs = {"connmanctl services", kServiceLine + "dhcp > /dev/null"}, .leaseFollows = true},
     // The tone brings a picture with it, whose supervision counts S2 from 0 again.

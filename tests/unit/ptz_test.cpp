@@ -57,7 +57,7 @@ TEST(Ptz, ZoomPositionsSpanTheRange) {
 TEST(Ptz, OneNumberMovesTheCameraOnDisplay) {
     for (int view = 0; view < 32; ++view) {
         const bool composed = (view >= 2 && view <= 7) || view == 21;
-        for (const uint8_t swap : {0, 1}) {
+        for (const uint8_t swap : {uint8_t{0}, uint8_t{1}}) {
             const PtzChoice choice = ChoosePtzCamera(
                 {.deviceId = 0, .view = uint8_t(view), .swap = swap, .input = 2, .lastCamera = 2, .present = {}});
             EXPECT_EQ(choice.camera, view == 0 || (composed && swap == 0) ? 1 : 2) << view << " swap " << int(swap);
@@ -77,7 +77,7 @@ TEST(Ptz, OneNumberMovesTheSelectedOrElseTheLastCamera) {
         {4, 2, true, true, {2, false}}, {4, 2, true, false, {0, false}}, {3, 1, false, true, {0, false}},
         {3, 0, true, true, {0, false}}, {3, 9, true, true, {0, false}},  {0, 2, true, true, {2, false}},
     };
-    for (const uint8_t id : {1, 2, 3})
+    for (uint8_t id = 1; id <= 3; ++id)
         for (const Case& row : kCases) {
             const PtzChoice choice = ChoosePtzCamera({.deviceId = id,
                                                       .view = 1,

@@ -1,0 +1,333 @@
+// Cameras that pan, tilt, zoom and keep positions: what the camera is asked for, told by the trace of its requests.
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "board_run.h"
+#include "command_rows.h"
+
+using testing::HasSubstr;
+using Requests = std::vector<std::string>;
+
+static constexpr unsigned kPan = 0x009A0908, kTilt = 0x009A0909, kZoom = 0x009A090D, kPanSpeed = 0x009A0920,
+                          kTiltSpeed = 0x009A0921;
+static const std::map<unsigned, std::string> kNames = {
+    {kPan, "pan"}, {kTilt, "tilt"}, {kZoom, "zoom"}, {kPanSpeed, "pan speed"}, {kTiltSpeed, "tilt speed"}};
+
+// ---- Cameras, small and slow so that their pictures cost little
+
+struct Control {
+    unsigned id;
+    int minimum, maximum, step, value;
+};
+struct Unit {
+    int unit, selector;
+    std::vector<int> data;
+};
+struct Model {
+    std::string card;
+    std::vector<Control> controls = {};
+    std::vector<Unit> units = {};
+};
+
+static const Model kAbsolute = {"Logitech PTZ Pro 2",
+                                {{kPan, -100, 100, 10, 0}, {kTilt, 0, 1000, 1, 500}, {kZoom, 100, 1000, 1, 100}},
+                                {{0x0B, 0x02, {0}}}};
+static const Model kBySpeed = {"AVer CAM520 Pro2",
+                               {{kZoom, 100, 1200, 1, 100}, {kPanSpeed, -24, 24, 1, 0}, {kTiltSpeed, -24, 24, 1, 0}},
+                               {{0x08, 0x05, {0}}, {0x05, 0x12, {1, 0, 2}}}};
+static const Model kEndless = {"Turntable", {{kPan, -1000000, 1000000, 1, 0}}};  // 7 seconds to its end
+
+// The profile's file.
+static std::string Profile(const Board& board, const std::string& name, const Model& model) {
+    Json profile = {{"card", model.card}, {"formats", {{"MJPG", {{"320x180", {5}}}}}}};
+    for (const Control& control : model.controls) {
+        std::array<char, 16> id{};
+        snprintf(id.data(), id.size(), "0x%08x", control.id);
+        profile["controls"].push_back({{"id", id.data()},
+                                       {"name", kNames.at(control.id)},
+                                       {"minimum", control.minimum},
+                                       {"maximum", control.maximum},
+                                       {"step", control.step},
+                                       {"default", control.value}});
+    }
+    for (const Unit& unit : model.units)
+        profile["extensionUnits"].push_back({{"unit", unit.unit}, {"selector", unit.selector}, {"data", unit.data}});
+    const std::string file = BoardFile(board, "cameras/" + name + ".json");
+    std::ofstream(file) << profile;
+    return file;
+}
+
+static Json CameraNow(const Board& board, int camera) {
+    return Json::parse(Ctl(board, {"camera", std::to_string(camera)}).out);
+}
+
+static int ValueOf(const Board& board, int camera, const char* control) {
+    return CameraNow(board, camera)["controls"][control]["value"];
+}
+
+// ---- The bench
+
+// What the console shows from the command to its answer.
+static std::string Command(const Board& board, const std::string& text) {
+    const size_t from = OutputSize(board);
+    Type(board, text + "\n");
+    EXPECT_TRUE(WaitForOutput(board, "ACK\r\n", 15, from)) << text;
+    return Output(board).substr(from);
+}
+
+static bool IsAccepted(const std::string& answer) { return answer.find("NACK\r\n") == std::string::npos; }
+
+static Board StartCameras(const Model& first, const Model& second) {
+    const Board board = MakeBoard();
+    StartBoard(board, {"--camera1", Profile(board, "first", first), "--camera2", Profile(board, "second", second)});
+    EXPECT_TRUE(WaitForPicture(board)) << Output(board);
+    Command(board, "<ENBCAST 0>");
+    return board;
+}
+
+// "1 get pan 30", "2 SET_CUR 8/5 3": every request about the controls here, camera first, answer or error last. The
+// listing of all controls by a pipeline that starts is none of ours.
+static Requests RequestsSince(const Board& board) {
+    static const std::map<std::string, std::string> kVerbs = {
+        {"VIDIOC_QUERYCTRL", "query"}, {"VIDIOC_G_CTRL", "get"}, {"VIDIOC_S_CTRL", "set"}};
+    const Json first = CameraNow(board, 1);
+    Requests requests;
+    for (const Json& line : TraceLines(board, "ioctl")) {
+        const std::string camera = !first.is_null() && line["node"] == first["node"] ? "1 " : "2 ";
+        const std::string error = line.contains("error") ? " " + line["error"].get<std::string>() : "";
+        const auto verb = kVerbs.find(line["request"]);
+        if (line["request"] == "UVCIOC_CTRL_QUERY") {
+            std::string data;
+            for (const int byte : line["data"]) data += " " + std::to_string(byte);
+            requests.push_back(camera + line["query"].get<std::string>() + " " + line["unit"].dump() + "/" +
+                               line["selector"].dump() + data + error);
+        } else if (verb != kVerbs.end() && line.contains("id") && kNames.contains(line["id"])) {
+            const std::string value = line.contains("value") ? " " + line["value"].dump() : "";
+            requests.push_back(camera + verb->second + " " + kNames.at(line["id"]) + value + error);
+        }
+    }
+    return requests;
+}
+
+static int Workers(const Board& board) {
+    const std::string tasks = "/proc/" + Status(board)["daemon"]["pid"].dump() + "/task";
+    int workers = 0;
+    std::error_code ended;
+    for (const auto& task : std::filesystem::directory_iterator(tasks, ended)) {
+        std::string name;
+        std::getline(std::ifstream(task.path() / "comm"), name);
+        workers += name == "PTZ move";
+    }
+    return workers;
+}
+
+static bool WaitForWorkers(const Board& board, int count) {
+    return WaitUntil(10, [&] { return Workers(board) == count; });
+}
+
+struct Case {
+    const char* command;
+    bool accepted;
+    Requests requests;  // to the cameras, until every worker has ended
+    const char* log = "";
+};
+
+static void Expect(const Board& board, const std::vector<Case>& cases) {
+    for (const Case& row : cases) {
+        SCOPED_TRACE(row.command);
+        Ctl(board, {"trace", "--clear"});
+        const std::string answer = Command(board, row.command);
+        EXPECT_EQ(IsAccepted(answer), row.accepted) << answer;
+        EXPECT_TRUE(WaitForWorkers(board, 0));
+        EXPECT_THAT(answer, HasSubstr(row.log));
+        EXPECT_EQ(RequestsSince(board), row.requests);
+    }
+}
+
+TEST(Ptz, AsksEachKindOfCameraForWhatItHas) {
+    const Board board = StartCameras(kAbsolute, kBySpeed);
+    const Requests toEndStop = {"1 query pan",  "1 get pan 0",  //
+                                "1 query pan",  "1 get pan 0",   "1 set pan 30", "1 query pan",  "1 get pan 30",
+                                "1 set pan 60", "1 query pan",   "1 get pan 60", "1 set pan 90", "1 query pan",
+                                "1 get pan 90", "1 set pan 100", "1 query pan",  "1 get pan 100"};
+    const Requests downToEndStop = {"1 query tilt",   "1 get tilt 500",  //
+                                    "1 query tilt",   "1 get tilt 500", "1 set tilt 300", "1 query tilt",
+                                    "1 get tilt 300", "1 set tilt 100", "1 query tilt",   "1 get tilt 100",
+                                    "1 set tilt 0",   "1 query tilt",   "1 get tilt 0"};
+    Expect(board, {{"<PAN 1 3>", true, toEndStop},
+                   {"<PAN 1 0>", true, {"1 query pan", "1 get pan 100"}},
+                   {"<TILT 1 -20>", true, downToEndStop},
+                   // Positions are compared across axes: 0 is where the tilt went last.
+                {"<PAN 1 -10>", true, {"1 query pan", "1 get pan 100", "1 query pan", "1 get pan 100"}},
+                {"<ZOOM 1 500>", true, {"1 query zoom", "1 get zoom 100", "1 query zoom", "1 set zoom 1000"}},
+                   {"<ZOOM 1 101>", true, {"1 query zoom", "1 get zoom 1000", "1 query zoom", "1 set zoom 102"}},
+                   // 99 is a step again: 99 hundredths of 900. The wish is limited, then met no further step.
+                   {"<ZOOM 1 99>",
+                    true,
+                    {"1 query zoom", "1 get zoom 102", "1 query zoom", "1 get zoom 102", "1 set zoom 993",
+                     "1 query zoom", "1 get zoom 993", "1 set zoom 1000", "1 query zoom", "1 get zoom 1000"}},
+                   {"<PAN 2 -7>", true, {"2 query pan speed", "2 set pan speed -7"}},
+                   {"<TILT 2 4>", true, {"2 query tilt speed", "2 set tilt speed 4"}},
+                   {"<ZOOM 2 300>", true, {"2 query zoom", "2 get zoom 100", "2 query zoom", "2 set zoom 650"}},
+                   {"<PAN 2 0>", true, {"2 query pan speed", "2 set pan speed 0"}},
+                   {"<PAN 3 1>", false, {}},
+                   {"<TILT 0 1>", false, {}},
+                   {"<ZOOM -1 1>", false, {}}});
+    EXPECT_EQ(ValueOf(board, 2, "pan speed"), 0);
+    EXPECT_EQ(ValueOf(board, 2, "tilt speed"), 4) << "moves on";
+}
+
+TEST(Ptz, CamerasWithoutAControlAreRefused) {
+    const Board board =
+        StartCameras({"HD Zoom Webcam", {{kZoom, 100, 500, 100, 100}}}, {"Rally Camera", {{kPan, 0, 10, 1, 5}}});
+    Expect(
+        board,
+        {{"<PAN 1 3>", false, {"1 query pan EINVAL", "1 query pan speed EINVAL"}, "Set V4L2_CID_PAN_SPEED failed!\n"},
+         {"<TILT 1 3>",
+          false,
+          {"1 query tilt EINVAL", "1 query tilt speed EINVAL"},
+          "Set V4L2_CID_TILT_SPEED failed!\n"},
+         {"<ZOOM 1 300>", true, {"1 query zoom", "1 get zoom 100", "1 query zoom", "1 set zoom 300"}},
+         // Moved by speed by its name, though it offers positions.
+         {"<PAN 2 3>", false, {"2 query pan speed EINVAL"}, "Set V4L2_CID_PAN_SPEED failed!\n"},
+         {"<ZOOM 2 300>", false, {"2 query zoom EINVAL"}}});
+    ASSERT_EQ(Ctl(board, {"fault", "camera", "1", "write"}).status, 0);
+    Expect(board, {{"<ZOOM 1 200>", true, {"1 query zoom", "1 get zoom 300", "1 query zoom", "1 set zoom 200 EIO"}},
+                   {"<ZOOM 1 1>",
+                    true,
+                    {"1 query zoom", "1 get zoom 300", "1 query zoom", "1 get zoom 300", "1 set zoom 400 EIO"}}});
+    Ctl(board, {"fault", "camera", "1", "read"});
+    Expect(board, {{"<ZOOM 1 200>", false, {"1 query zoom", "1 get zoom EIO"}}});
+    Ctl(board, {"fault", "camera", "1", "off"});
+    EXPECT_EQ(Ctl(board, {"camera", "1", "unplug"}).status, 0);
+    EXPECT_TRUE(WaitUntil(15, [&] { return Command(board, "<PAN 1>").find("Open failed!\n") != std::string::npos; }));
+    Expect(board, {{"<PAN 1 0>", false, {}, "Set V4L2_CID_PAN_SPEED failed!\n"},
+                   {"<ZOOM 1 0>", false, {}},
+                   {"<ZOOM 0>", false, {}, "Open failed!\n"}});
+}
+
+// A step 0 moves nothing, and tells by its requests who was meant: camera 1 is asked for its position.
+static int CameraMeant(const Board& board, const std::string& command) {
+    Ctl(board, {"trace", "--clear"});
+    EXPECT_TRUE(IsAccepted(Command(board, command)));
+    const Requests requests = RequestsSince(board);
+    if (requests == Requests{"1 query pan", "1 get pan 0"}) return 1;
+    return requests == Requests{"2 query pan speed", "2 set pan speed 0"} ? 2 : 0;
+}
+
+TEST(Ptz, OneNumberMeansTheCameraOnDisplay) {
+    struct Shown {
+        const char* commands;
+        int camera;
+    };
+    const Board board = StartCameras(kAbsolute, kBySpeed);
+    for (const Shown& shown : {Shown{"<S1>", 1},
+                               {"<S2>", 2},
+                               {"<SS1>", 1},
+                               {"<SS2>", 2},
+                               {"<TB1>", 1},
+                               {"<TB2>", 2},
+                               {"<BS1>", 1},
+                               {"<BS2>", 2},
+                               {"<PPTL1>", 1},
+                               {"<PPTL2>", 2},
+                               {"<PPTR1>", 1},
+                               {"<PPTR2>", 2},
+                               {"<PPBL1>", 1},
+                               {"<PPBL2>", 2},
+                               {"<PPBR1>", 1},
+                               {"<PPBR2>", 2},
+                               {"<KEY 1>", 1},
+                               {"<KEY 2>", 2}}) {  // the keys leave the swap as it is
+        Command(board, shown.commands);
+        EXPECT_EQ(CameraMeant(board, "<PAN 0>"), shown.camera) << shown.commands;
+    }
+    Command(board, "<DEVICEID 1>");
+    for (const Shown& shown : {Shown{"<IN1>", 1}, {"<IN3>", 1}, {"<IN2>", 2}, {"<IN4>", 2}, {"<IN3>", 2}}) {
+        Command(board, shown.commands);
+        EXPECT_EQ(CameraMeant(board, "<PAN 0>"), shown.camera) << shown.commands;
+    }
+    // What was sent last is remembered for each camera, and 65535 is no number.
+    EXPECT_TRUE(IsAccepted(Command(board, "<IN2>")));
+    EXPECT_TRUE(IsAccepted(Command(board, "<TILT -3>")));
+    EXPECT_FALSE(IsAccepted(Command(board, "<TILT 65535>")));
+    EXPECT_TRUE(IsAccepted(Command(board, "<TILT 2 5>")));
+    Command(board, "<SAVE>");
+    const std::vector<uint8_t> record = SavedSettings(board);
+    ASSERT_EQ(record.size(), 136u);
+    EXPECT_EQ(record[PtzCamera], 2);
+    EXPECT_EQ(int8_t(record[TiltCamera2]), -3);
+    EXPECT_EQ(ValueOf(board, 2, "tilt speed"), 5);
+}
+
+TEST(Ptz, WorkersEndByThemselves) {
+    const Board board = StartCameras(kEndless, kAbsolute);
+    const auto pan = [&] { return ValueOf(board, 1, "pan"); };
+    const auto movesOn = [&](int direction) {
+        const int before = pan();
+        return WaitUntil(10, [&] { return (pan() - before) * direction > 0; });
+    };
+    Command(board, "<PAN 1 1>");
+    EXPECT_TRUE(movesOn(+1));
+    EXPECT_EQ(Workers(board), 1);
+    Command(board, "<PAN 1 -1>");  // both go the new way
+    EXPECT_TRUE(movesOn(-1));
+    EXPECT_EQ(Workers(board), 2);
+    EXPECT_EQ(Ctl(board, {"fault", "camera", "1", "stuck"}).status, 0);
+    EXPECT_TRUE(WaitForWorkers(board, 0)) << "the camera does not follow: nothing to do";
+    EXPECT_EQ(Ctl(board, {"fault", "camera", "1", "off"}).status, 0);
+
+    for (int i = 0; i < 10; ++i) Command(board, i % 2 ? "<PAN 1 1>" : "<PAN 1 -1>");
+    Command(board, "<TILT 2 0>");  // ends them all
+    EXPECT_TRUE(WaitForWorkers(board, 0));
+
+    Command(board, "<PAN 1 1>");
+    EXPECT_TRUE(movesOn(+1));
+    Ctl(board, {"camera", "1", "unplug"});
+    EXPECT_TRUE(WaitForWorkers(board, 0)) << "in mid-move";
+    Ctl(board, {"camera", "1", "plug", Profile(board, "first", kEndless)});
+    EXPECT_TRUE(WaitUntil(20, [&] { return IsAccepted(Command(board, "<PAN 1 1>")); }));
+    EXPECT_TRUE(movesOn(+1));
+    Command(board, "<PAN 1 0>");
+    EXPECT_TRUE(WaitForWorkers(board, 0));
+}
+
+TEST(Presets, SpeakToTheUnitsOfBothMakers) {
+    const Board board = StartCameras(kAbsolute, kBySpeed);
+    const char* kBadNumber = "Bad preset command. Try again.\n";
+    Expect(board, {{"<PRESET 1 1>", true, {"1 GET_LEN 11/2 1 0", "1 GET_CUR 11/2 0", "1 SET_CUR 11/2 12"}},
+                   {"<PRESET 1 3>", true, {"1 GET_LEN 11/2 1 0", "1 GET_CUR 11/2 12", "1 SET_CUR 11/2 14"}},
+                   {"<SAVEPRESET 1 2>", true, {"1 GET_LEN 11/2 1 0", "1 GET_CUR 11/2 14", "1 SET_CUR 11/2 5"}},
+                   {"<PRESET 2 10>", true, {"2 GET_LEN 8/5 1 0", "2 GET_CUR 8/5 0", "2 SET_CUR 8/5 9"}},
+                   {"<PRESET 2 4>", true, {"2 GET_LEN 8/5 1 0", "2 GET_CUR 8/5 9", "2 SET_CUR 8/5 3"}},
+                   {"<SAVEPRESET 2 10>", true, {"2 GET_LEN 5/18 3 0", "2 GET_CUR 5/18 1 0 2", "2 SET_CUR 5/18 1 9 2"}},
+                   {"<PRESET 1 4>", false, {}, kBadNumber},
+                   {"<PRESET 1 0>", false, {}, kBadNumber},
+                   {"<SAVEPRESET 2 11>", false, {}, kBadNumber},
+                   {"<SAVEPRESET 2 -1>", false, {}, kBadNumber},
+                   {"<PRESET 2>", false, {}, kBadNumber},
+                   {"<PRESET 3 1>", false, {}},
+                   {"<PRESET 0 1>", false, {}}});
+    // Readings and settings are not checked, lengths are.
+    Ctl(board, {"fault", "camera", "1", "write"});
+    Ctl(board, {"fault", "camera", "2", "read"});
+    Expect(board, {{"<PRESET 1 1>", true, {"1 GET_LEN 11/2 1 0", "1 GET_CUR 11/2 5", "1 SET_CUR 11/2 12 EIO"}},
+                   {"<PRESET 2 1>", false, {"2 GET_LEN 8/5 EIO"}, "some thing is wrong, len=0\n"}});
+}
+
+TEST(Presets, RefuseCamerasThatAreBuiltOtherwise) {
+    const Board board =
+        StartCameras({"Logi Group", {}, {{0x0B, 0x02, {1, 2}}}}, {"AVer VB130", {}, {{0x05, 0x12, {1}}}});
+    Expect(board, {{"<PRESET 1 1>", false, {"1 GET_LEN 11/2 2 0"}, "some thing is wrong, len=2\n"},
+                   {"<SAVEPRESET 2 1>", false, {"2 GET_LEN 5/18 1 0"}, "some thing is wrong, len=1\n"},
+                   {"<PRESET 2 1>", false, {"2 GET_LEN 8/5 ENOENT"}, "some thing is wrong, len=0\n"}});
+    Ctl(board, {"camera", "1", "unplug"});
+    Ctl(board, {"camera", "2", "unplug"});
+    Ctl(board, {"camera", "2", "plug", Profile(board, "unknown", {"Unknown Logitech", {}, {{0x0B, 0x02, {0}}}})});
+    EXPECT_TRUE(WaitUntil(20, [&] {
+        return Command(board, "<PRESET 2 1>").find("Camera manufacturer not found\n") != std::string::npos;
+    }));
+    Expect(board, {{"<SAVEPRESET 2 1>", false, {}, "Camera manufacturer not found\n"}, {"<PRESET 1 1>", false, {}}});
+}
