@@ -232,6 +232,7 @@ int MoveCamera(PtzAxis axisOf, std::span<const int32_t> numbers) {
         LogInfo("Open failed!\n");
         return 1;
     }
+    if (value == 0) PtzMove.order = AxisStep{};  // a stop is one for every worker, whatever moves this camera
     if (MovesBySpeed(axis, node)) return SetSpeed(axis, node, value);
     PtzMove.camera = static_cast<uint8_t>(camera);
     PtzMove.order = AxisStep{.control = axis.position, .step = value};

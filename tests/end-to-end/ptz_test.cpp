@@ -160,8 +160,8 @@ TEST(Ptz, AsksEachKindOfCameraForWhatItHas) {
                    {"<PAN 1 0>", true, {"1 query pan", "1 get pan 100"}},
                    {"<TILT 1 -20>", true, downToEndStop},
                    // Positions are compared across axes: 0 is where the tilt went last.
-                {"<PAN 1 -10>", true, {"1 query pan", "1 get pan 100", "1 query pan", "1 get pan 100"}},
-                {"<ZOOM 1 500>", true, {"1 query zoom", "1 get zoom 100", "1 query zoom", "1 set zoom 1000"}},
+                   {"<PAN 1 -10>", true, {"1 query pan", "1 get pan 100", "1 query pan", "1 get pan 100"}},
+                   {"<ZOOM 1 500>", true, {"1 query zoom", "1 get zoom 100", "1 query zoom", "1 set zoom 1000"}},
                    {"<ZOOM 1 101>", true, {"1 query zoom", "1 get zoom 1000", "1 query zoom", "1 set zoom 102"}},
                    // 99 is a step again: 99 hundredths of 900. The wish is limited, then met no further step.
                    {"<ZOOM 1 99>",
@@ -177,6 +177,23 @@ TEST(Ptz, AsksEachKindOfCameraForWhatItHas) {
                    {"<ZOOM -1 1>", false, {}}});
     EXPECT_EQ(ValueOf(board, 2, "pan speed"), 0);
     EXPECT_EQ(ValueOf(board, 2, "tilt speed"), 4) << "moves on";
+}
+
+TEST(Ptz, SpeedsMoveACameraUntilSpeedZero) {
+    const Board board = StartNewBoard({"--camera2", "ptz-speed"});
+    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    const auto position = [&] { return CameraNow(board, 2)["controls"]["Pan, Speed"]["position"].get<double>(); };
+    EXPECT_EQ(position(), 0);
+    EXPECT_TRUE(IsAccepted(Command(board, "<PAN 2 24>")));
+    EXPECT_TRUE(WaitUntil(10, [&] { return position() == 170; })) << "its end stop";
+    EXPECT_TRUE(IsAccepted(Command(board, "<PAN 2 -1>")));
+    EXPECT_TRUE(WaitUntil(10, [&] { return position() < 169; }));
+    EXPECT_TRUE(IsAccepted(Command(board, "<PAN 2 0>")));
+    const double stopped = position();
+    EXPECT_GT(stopped, -170);
+    WaitUntil(0.3, [] { return false; });
+    EXPECT_EQ(position(), stopped);
+    EXPECT_EQ(Workers(board), 0);
 }
 
 TEST(Ptz, CamerasWithoutAControlAreRefused) {
@@ -263,7 +280,7 @@ TEST(Ptz, OneNumberMeansTheCameraOnDisplay) {
 }
 
 TEST(Ptz, WorkersEndByThemselves) {
-    const Board board = StartCameras(kEndless, kAbsolute);
+    const Board board = StartCameras(kEndless, kBySpeed);
     const auto pan = [&] { return ValueOf(board, 1, "pan"); };
     const auto movesOn = [&](int direction) {
         const int before = pan();
@@ -280,7 +297,7 @@ TEST(Ptz, WorkersEndByThemselves) {
     EXPECT_EQ(Ctl(board, {"fault", "camera", "1", "off"}).status, 0);
 
     for (int i = 0; i < 10; ++i) Command(board, i % 2 ? "<PAN 1 1>" : "<PAN 1 -1>");
-    Command(board, "<TILT 2 0>");  // ends them all
+    Command(board, "<TILT 2 0>");  // any 0 ends them all
     EXPECT_TRUE(WaitForWorkers(board, 0));
 
     Command(board, "<PAN 1 1>");

@@ -98,6 +98,8 @@ TEST(CameraProfiles, BadOnesAreRefusedWithTheReason) {
         {R"({"card": "c", "formats": {"MJPG": {"1x1": 30}}})", "30"},
         {R"({"card": "c", "formats": {}, "repeats": 5000})", "repeats"},
         {R"({"card": "c", "formats": {}, "controls": [{"name": "Zoom", "id": "zoom"}]})", "zoom"},
+        {R"({"card": "c", "formats": {}, "controls": [{"name": "Pan", "id": "0x009a0920", "moves": {"from": 9, "to": 1}}]})",
+         "moves"},
         {R"({"card": "c", "formats": {}, "controls": [{"name": "Zoom", "id": "0x009a090d", "minimum": 9, "maximum": 1}]})",
          "Zoom"},
         {R"({"card": "c", "formats": {}, "extensionUnits": [{"unit": 1, "selector": 1, "data": []}]})", "1024"},
