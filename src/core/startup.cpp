@@ -12,6 +12,7 @@
 #include <span>
 #include <string>
 
+#include "audio/sound_cards.h"
 #include "board/gpio.h"
 #include "board/hdmi_receiver.h"
 #include "board/i2c.h"
@@ -24,6 +25,7 @@
 #include "core/physical_memory.h"
 #include "core/shell.h"
 #include "core/watchdog.h"
+#include "gstreamer/audio_pipeline.h"
 #include "gstreamer/video_supervision.h"
 #include "net/http_server.h"
 #include "net/network_config.h"
@@ -58,6 +60,7 @@ static constexpr ThreadStart kServiceThreads[] = {
 };
 static constexpr ThreadStart kMediaThreads[] = {
     {.name = "Gstreamer video", .announced = true, .body = VideoThreadMain, .realTime = true},
+    {.name = "Gstreamer audio", .announced = true, .body = AudioSupervisionLoop, .realTime = true},
 };
 
 static void* RunThread(void* row) {
@@ -108,8 +111,18 @@ static void ParkSpareCores() {
     RunShell("echo 0 > /sys/devices/system/cpu/cpu3/online");
 }
 
-// Sound is not started yet, and its codec is not set up.
-static int SetUpAudioChannel() { return 1; }
+// The codec's own gains stay at their reference; levels are the pipeline's.
+static int SetUpAudioChannel() {
+    static constexpr const char* kSteps[] = {
+        "amixer -D %s set PGA 0 > /dev/null",
+        "amixer -D %s sset 'ADC HPF Cut-off' '0.0045xFs' > /dev/null",
+        "amixer -D %s sset 'ADC HPF Cut-off' '0.0045xFs' > /dev/null",  // for each of its two channels
+        "amixer -D %s set PCM 127 > /dev/null",
+    };
+    if (FindOnboardAudioCards() != 0) return 1;
+    for (const char* step : kSteps) RunShell(step, OnboardAudioCards.AnalogCodecDevice);
+    return 0;
+}
 
 static int QuietSystemMessages() {
     RunShell("dmesg -n 1");

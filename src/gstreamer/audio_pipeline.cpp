@@ -201,15 +201,32 @@ enum AudioSource : uint8_t { kLineInput = 127, kLineInputAndFpga = 128, kMainMix
 
 struct OutputRoute {
     SharedByte DeviceSettings::*source;
-    Element feed;               // the queue in front of the output
-    Element lineQueue;          // between the line input's tee and the feed
-    Element mixer, mixerQueue;  // of line input and FPGA; null where these are not mixed
+    Element feed;                         // the queue in front of the output
+    Element lineQueue;                    // between the line input's tee and the feed
+    Element mixer = {}, mixerQueue = {};  // of line input and FPGA; null where these are not mixed
+    Element sink;
 };
 static constexpr std::array<OutputRoute, 4> kRoutes = {{
-    {&DeviceSettings::AoutAnalog, &A::audioOutQueue1, &A::analogInQueue2, nullptr, nullptr},
-    {&DeviceSettings::AoutHdmi, &A::queue2, &A::analogInQueue3, nullptr, nullptr},
-    {&DeviceSettings::AoutUsb1, &A::audioOutQueue2, &A::analogInQueue4, &A::usb1OutAudioMixer, &A::queueUsb1InMixer},
-    {&DeviceSettings::AoutUsb2, &A::audioOutQueue3, &A::analogInQueue5, &A::usb2OutAudioMixer, &A::queueUsb2InMixer},
+    {.source = &DeviceSettings::AoutAnalog,
+     .feed = &A::audioOutQueue1,
+     .lineQueue = &A::analogInQueue2,
+     .sink = &A::audioOutputSink},
+    {.source = &DeviceSettings::AoutHdmi,
+     .feed = &A::queue2,
+     .lineQueue = &A::analogInQueue3,
+     .sink = &A::audioHdmiOutputSink},
+    {.source = &DeviceSettings::AoutUsb1,
+     .feed = &A::audioOutQueue2,
+     .lineQueue = &A::analogInQueue4,
+     .mixer = &A::usb1OutAudioMixer,
+     .mixerQueue = &A::queueUsb1InMixer,
+     .sink = &A::usb1AudioOutSink},
+    {.source = &DeviceSettings::AoutUsb2,
+     .feed = &A::audioOutQueue3,
+     .lineQueue = &A::analogInQueue5,
+     .mixer = &A::usb2OutAudioMixer,
+     .mixerQueue = &A::queueUsb2InMixer,
+     .sink = &A::usb2AudioOutSink},
 }};
 using Routing = std::array<uint8_t, kRoutes.size()>;
 
@@ -220,11 +237,13 @@ static Routing RoutingNow() {
 }
 
 // The FPGA's sound card is captured only when an output plays it as it is: value 0, the factory setting.
+static bool CapturesFpga(const Routing& routing) { return std::ranges::find(routing, 0) != routing.end(); }
+
 static void LinkFpgaCapture(AudioPipeline& p, const Routing& routing) {
     p.analogAudioOutput = Make("alsasrc", "analogAudioOutput");
     Set(p.analogAudioOutput, "device", OnboardAudioCards.FpgaAudioDevice);
     Set(p.analogAudioOutput, "provide-clock", "false");
-    if (std::ranges::find(routing, 0) == routing.end()) {
+    if (!CapturesFpga(routing)) {
         gst_object_unref(gst_object_ref_sink(p.analogAudioOutput));
         return;
     }
@@ -232,7 +251,7 @@ static void LinkFpgaCapture(AudioPipeline& p, const Routing& routing) {
     Link(p, {&A::analogAudioOutput, &A::audioCapsFilter4, &A::audioOutTee});
 }
 
-static void RouteOutput(const AudioPipeline& p, const OutputRoute& route, uint8_t source) {
+static void RouteOutput(const AudioPipeline& p, const OutputRoute& route, uint8_t source, bool hasFpga) {
     if (source == kMainMix) {
         Link(p, {&A::tee, route.feed});
     } else if (source == kLineInput) {
@@ -243,6 +262,8 @@ static void RouteOutput(const AudioPipeline& p, const OutputRoute& route, uint8_
         Link(p, {route.mixer, route.feed});
     } else {
         Link(p, {&A::audioOutTee, route.feed});
+        // The pipeline plays when every sink has its first buffer. This one never gets any: the others must not wait.
+        if (!hasFpga) Set(p.*route.sink, "async", "false");
     }
 }
 
@@ -276,7 +297,7 @@ static int BuildNormalPipeline(AudioLife& life) {
     MakeElements(p, monitorPlugged != 0);
     LinkInputs(p);
     LinkFpgaCapture(p, life.routing);
-    for (size_t i = 0; i < kRoutes.size(); ++i) RouteOutput(p, kRoutes[i], life.routing[i]);
+    for (size_t i = 0; i < kRoutes.size(); ++i) RouteOutput(p, kRoutes[i], life.routing[i], CapturesFpga(life.routing));
     LinkOutputs(p);
     LogInfo("Playing audio pipeline...\n");
     gst_element_set_state(p.pipeline, GST_STATE_PLAYING);

@@ -97,10 +97,10 @@ const std::vector<CommandRow> CommandRows = {
     {.word = "AOUT4", .arguments = "4", .changes = {{Aout4, {4}}}},
     {.word = "ACFG", .arguments = "2", .changes = {{Acfg, {2}}}},
     {.word = "SBTN", .arguments = "1", .channels = kLocal, .changes = {{Sbtn, {1}}}, .prints = "SBTN => 1\n"},
-    {.word = "AOUTHDMI",   .arguments = "0x10", .changes = {{AoutHdmi, {16}}},  .prints = "AOUTHDMI => 16\n"},
-    {.word = "AOUTANALOG", .arguments = "010",  .changes = {{AoutAnalog, {8}}}, .prints = "AOUTANALOG => 8\n"},
-    {.word = "AOUTUSB1",   .arguments = "9",    .changes = {{AoutUsb1, {9}}},   .prints = "AOUTUSB1 => 9\n"},
-    {.word = "AOUTUSB2",   .arguments = "258",  .changes = {{AoutUsb2, {2}}},   .prints = "AOUTUSB2 => 2\n"},
+    {.word = "AOUTHDMI",   .arguments = "0x10", .changes = {{AoutHdmi, {16}}},  .maySave = true, .prints = "AOUTHDMI => 16\n"},
+    {.word = "AOUTANALOG", .arguments = "010",  .changes = {{AoutAnalog, {8}}}, .maySave = true, .prints = "AOUTANALOG => 8\n"},
+    {.word = "AOUTUSB1",   .arguments = "9",    .changes = {{AoutUsb1, {9}}},   .maySave = true, .prints = "AOUTUSB1 => 9\n"},
+    {.word = "AOUTUSB2",   .arguments = "258",  .changes = {{AoutUsb2, {2}}},   .maySave = true, .prints = "AOUTUSB2 => 2\n"},
 
     // Cameras. None is plugged here: a refused one-number form is remembered for the camera on display.
     {.word = "PAN",  .arguments = "-5",  .sentOn = kLayouts, .before = "SS1",

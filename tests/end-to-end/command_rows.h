@@ -17,6 +17,7 @@ enum Field : uint8_t {
     OutputHz = 44,
     Black = 50,
     S2Count = 52,
+    AudioJack = 53,
     MonitorVendor = 62,
     PtzCamera = 72,
     PanCamera1 = 76,
@@ -69,6 +70,7 @@ struct CommandRow {
     std::vector<Change> changes = {};  // every other byte keeps its value
     uint8_t s2Counts = 0;              // added to S2Count
     bool saves = false;                // the settings file is written
+    bool maySave = false;              // it is written if sound plays already
     std::vector<std::string> runs = {};  // shell lines, in order
     std::string prints = {};             // on standard output (local channels)
     std::string sends = {};              // to whoever asked, in front of the answer; '*' stands for any text
