@@ -1,0 +1,318 @@
+// What is heard where: every route, every gain and mute, in the running pipeline and after a rebuild. Sources play
+// their own tones at -20 dB.
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <fstream>
+#include <map>
+
+#include "board_run.h"
+#include "command_rows.h"
+
+using testing::HasSubstr;
+
+using Tones = std::map<std::string, double>;  // source, dB
+using Bytes = std::map<Field, uint8_t>;
+
+static constexpr double kSource = -20, kTolerance = 0.5, kTold = -70;  // dB
+static constexpr const char* kPlaying = "Playing audio pipeline...\n";
+static constexpr const char* kDestroying = "Before destroying audio pipeline.\n";
+static const Words kTwoSpeakerphones = {"--camera1", "speakerphone", "--camera2", "speakerphone"};
+
+// ---- The board
+
+static void StoreSettings(const Board& board, const Bytes& bytes) {
+    std::string record(136, '\0');
+    record[0] = char(0xac);  // checksum: signature, and all else that it covers is 0
+    record[1] = char(0xab);
+    record[2] = 1;
+    for (const auto& [field, value] : bytes) record[field] = char(value);
+    std::ofstream(BoardFile(board, "home/root/config.bin"), std::ios::binary) << record;
+}
+
+static Board StartSounding(const Bytes& bytes, Words words) {
+    const Board board = MakeBoard();
+    StoreSettings(board, bytes);
+    StartBoard(board, words);
+    if (bytes.contains(AudioJack)) Ctl(board, {"jack", "in"});
+    EXPECT_TRUE(WaitForOutput(board, kPlaying, 40)) << Output(board);
+    return board;
+}
+
+static Json Audio(const Board& board) { return Json::parse(Ctl(board, {"audio"}).out); }
+
+static bool Hears(const Json& output, const Tones& expected) {
+    const Json& tones = output["tones"];
+    return tones.size() == expected.size() && std::ranges::all_of(expected, [&tones](const auto& tone) {
+               return tones.contains(tone.first) &&
+                      std::abs(tones[tone.first].template get<double>() - tone.second) <= kTolerance;
+           });
+}
+
+// A busy PC can cause a break: what counts is a fifth of a second without one.
+static void ExpectHeard(const Board& board, const std::map<std::string, Tones>& expected) {
+    Json outputs;
+    EXPECT_TRUE(WaitUntil(20,
+                          [&] {
+                              outputs = Audio(board)["outputs"];
+                              return std::ranges::all_of(
+                                  expected, [&](const auto& row) { return Hears(outputs[row.first], row.second); });
+                          }))
+        << testing::PrintToString(expected) << ", not " << outputs.dump(1);
+}
+
+static Tones With(Tones tones, double gain) {
+    for (auto& [source, level] : tones) level += gain;
+    std::erase_if(tones, [](const auto& tone) { return tone.second < kTold; });
+    return tones;
+}
+
+static size_t Count(const std::string& text, const std::string& line) {
+    size_t count = 0;
+    for (size_t at = 0; (at = text.find(line, at)) != std::string::npos; at += line.size()) ++count;
+    return count;
+}
+
+// ---- Routes
+
+struct RouteRow {
+    uint8_t analog, hdmi, usb1, usb2;
+};
+
+static const Tones kLine = {{"line", -30}}, kFpga = {{"fpga", -20}};
+static const Tones kMix = {{"microphone1", -23}, {"microphone2", -26}, {"line", -30}};
+static const Bytes kRouteGains = {{Acfg, 2},    {AudioJack, 1}, {Ain1, 253},  {Ain2, 250}, {Ain4, 246},
+                                  {Aout1, 254}, {Aout2, 252},   {Aout3, 255}, {Aout4, 3}};
+
+static Tones Routed(uint8_t value, bool isUsb, bool fpgaCaptured) {
+    if (value == 255) return kMix;
+    if (value == 127) return kLine;
+    Tones tones = fpgaCaptured ? kFpga : Tones();
+    if (value == 128 && isUsb) tones.insert(kLine.begin(), kLine.end());
+    return tones;
+}
+
+static void ExpectRoutes(const Board& board, const RouteRow& row) {
+    const bool fpga = row.analog == 0 || row.hdmi == 0 || row.usb1 == 0 || row.usb2 == 0;
+    ExpectHeard(board, {{"analog", With(Routed(row.analog, false, fpga), -2)},
+                        {"hdmi", With(Routed(row.hdmi, false, fpga), 3)},
+                        {"usb1", With(Routed(row.usb1, true, fpga), -4)},
+                        {"usb2", With(Routed(row.usb2, true, fpga), -1)},
+                        {"fpga", kMix}});
+    EXPECT_EQ(Audio(board)["inputs"]["fpga"]["running"], fpga) << "captured while an output plays it as it is";
+}
+
+static bool IsSaved(const Board& board, const RouteRow& row) {
+    const auto saved = SavedSettings(board);
+    return saved.size() == 136 && saved[AoutAnalog] == row.analog && saved[AoutHdmi] == row.hdmi &&
+           saved[AoutUsb1] == row.usb1 && saved[AoutUsb2] == row.usb2;
+}
+
+TEST(SoundRoutes, EveryOutputCarriesItsSources) {
+    const Board board = StartSounding(kRouteGains, kTwoSpeakerphones);
+    ExpectRoutes(board, {0, 0, 0, 0});
+    for (const RouteRow& row : {RouteRow{.analog = 0, .hdmi = 127, .usb1 = 128, .usb2 = 255},
+                                RouteRow{.analog = 127, .hdmi = 128, .usb1 = 255, .usb2 = 0},
+                                RouteRow{.analog = 128, .hdmi = 255, .usb1 = 0, .usb2 = 127},
+                                RouteRow{.analog = 255, .hdmi = 0, .usb1 = 127, .usb2 = 128},
+                                RouteRow{.analog = 5, .hdmi = 5, .usb1 = 5, .usb2 = 0},
+                                RouteRow{.analog = 255, .hdmi = 255, .usb1 = 255, .usb2 = 255},
+                                RouteRow{.analog = 0, .hdmi = 0, .usb1 = 0, .usb2 = 5},
+                                RouteRow{.analog = 255, .hdmi = 127, .usb1 = 128, .usb2 = 5},
+                                RouteRow{.analog = 5, .hdmi = 127, .usb1 = 128, .usb2 = 128}}) {
+        const std::string texts[] = {std::to_string(row.analog), std::to_string(row.hdmi), std::to_string(row.usb1),
+                                     std::to_string(row.usb2)};
+        SCOPED_TRACE(testing::PrintToString(texts));
+        const size_t from = OutputSize(board);
+        Type(board, "<AOUTANALOG " + texts[0] + ">\n<AOUTHDMI " + texts[1] + ">\n<AOUTUSB1 " + texts[2] +
+                        ">\n<AOUTUSB2 " + texts[3] + ">\n");
+        EXPECT_TRUE(WaitUntil(10, [&] { return IsSaved(board, row); })) << "saved before the rebuild";
+        EXPECT_TRUE(WaitForOutput(board, kPlaying, 10, from));
+        ExpectRoutes(board, row);
+    }
+}
+
+TEST(SoundRoutes, RebuildWaitsForNothing) {
+    const Board board = StartSounding({{Acfg, 2}}, kTwoSpeakerphones);
+    ExpectHeard(board, {{"analog", {{"fpga", kSource}}}});
+    Ctl(board, {"trace", "--clear"});
+    const size_t from = OutputSize(board);
+    Type(board, "<AOUTANALOG 255>\n");
+    ExpectHeard(board, {{"analog", {{"microphone1", kSource}, {"microphone2", kSource}}}});
+    int64_t silentFrom = 0, heardFrom = 0;
+    for (const Json& event : TraceLines(board, "sound")) {
+        const bool plays = event.contains("place") && event["place"] == "analog" && event["stream"] == "playback";
+        if (plays && event["event"] != "started") silentFrom = event["t"];
+        const bool hears = event.contains("output") && event["output"] == "analog";
+        if (hears && event["event"] == "heard" && event["source"] == "microphone1") heardFrom = event["at"];
+    }
+    const double gap = double(heardFrom - silentFrom) / 1e6;
+    RecordProperty("gap", std::to_string(gap));
+    EXPECT_GT(silentFrom, 0) << Ctl(board, {"trace"}).out;
+    EXPECT_GT(gap, 0);
+    EXPECT_LT(gap, 5) << "no wait for USB audio";
+    EXPECT_EQ(Count(Output(board).substr(from), kPlaying), 1u);
+}
+
+// ---- Gains
+
+struct PolicyRow {
+    std::string commands;
+    Tones mix;
+    double output = 0;  // AOUT1, dB
+};
+
+// Every output plays the mix. Rows build on each other.
+static void RunPolicy(const Bytes& start, const std::vector<PolicyRow>& rows) {
+    Bytes bytes = {{AoutAnalog, 255}, {AoutHdmi, 255}, {AoutUsb1, 255}, {AoutUsb2, 255}};
+    bytes.insert(start.begin(), start.end());
+    const Board board = StartSounding(bytes, kTwoSpeakerphones);
+    for (const PolicyRow& row : rows) {
+        SCOPED_TRACE(row.commands);
+        Type(board, row.commands);
+        ExpectHeard(board, {{"fpga", row.mix}, {"analog", With(row.mix, row.output)}, {"hdmi", row.mix}});
+    }
+    EXPECT_EQ(Count(Output(board), kPlaying), 1u) << "gains need no rebuild: " << Output(board);
+}
+
+TEST(SoundGains, FollowTheViewWithoutAPlugInTheJack) {
+    RunPolicy({{Ain1, 255}, {Ain2, 252}, {Ain4, 249}},
+              {{"", {{"microphone1", -21}}},
+               {"<S2>\n", {{"microphone2", -24}}},
+               {"<SS>\n", {{"microphone1", -21}, {"microphone2", -24}}},
+               {"<AIN2 -90>\n", {{"microphone1", -21}}},
+               {"<S2>\n<AIN2 20>\n", {{"microphone2", 0}}},
+               {"<AIN2 21>\n<AOUT1 -3>\n", {{"microphone2", 0}}, -3},  // more than the element can
+               {"<ACFG 1>\n<S1>\n<AIN1 -30>\n<AOUT1 -5>\n", {{"microphone2", 0}}, -5},
+               {"<ACFG 2>\n<AIN1 -10>\n<AIN2 -4>\n<AOUT1 -155>\n", {{"microphone1", -30}, {"microphone2", -24}}, -155},
+               {"<AOUT1 -10>\n<AIN1 0>\n", {{"microphone1", -20}, {"microphone2", -24}}, -10}});
+}
+
+TEST(SoundGains, ThePlugTakesTheMicrophonesPlace) {
+    RunPolicy({{AudioJack, 1}, {Ain1, 255}, {Ain2, 252}, {Ain4, 249}},
+              {{"", {{"line", -27}}},
+               {"<SS>\n<AOUT1 -3>\n", {{"line", -27}}, -3},
+               {"<AIN4 6>\n", {{"line", -14}}, -3},
+               {"<ACFG 2>\n", {{"microphone1", -21}, {"microphone2", -24}, {"line", -14}}, -3},
+               {"<ACFG 0>\n<AIN4 -90>\n", {}, -3}});
+}
+
+TEST(SoundGains, OtherPoliciesLeaveTheInputsAlone) {
+    RunPolicy({{Acfg, 1}, {Ain1, 255}, {Ain2, 252}, {Ain4, 249}},
+              {{"", {{"microphone1", kSource}, {"microphone2", kSource}, {"line", kSource}}}});
+}
+
+// ---- Cameras and variants
+
+static std::string UncompressedWithMicrophone(const Board& board) {
+    const std::string path = BoardFile(board, "home/root/uncompressed.json");
+    std::ofstream(path) << R"({"description": "uncompressed, with a speakerphone", "card": "Talking Viewer",
+        "usbId": "1d6b:0199", "formats": {"YUYV": {"640x480": [30]}}, "controls": [],
+        "microphone": {"channels": 2, "rates": [48000]}, "speaker": {"channels": 2, "rates": [48000]}})";
+    return path;
+}
+
+TEST(SoundRoutes, UncompressedPictureSilencesItsMicrophone) {
+    for (const int camera : {1, 2}) {
+        const Board board = MakeBoard();
+        StoreSettings(board, {{Acfg, 2}});
+        const std::string uncompressed = UncompressedWithMicrophone(board);
+        StartBoard(board, {"--camera1", camera == 1 ? uncompressed : "speakerphone",  //
+                           "--camera2", camera == 2 ? uncompressed : "speakerphone"});
+        ASSERT_TRUE(WaitForOutput(board, kPlaying, 40)) << Output(board);
+        const std::string heard = camera == 1 ? "microphone2" : "microphone1";
+        ExpectHeard(board, {{"fpga", {{heard, kSource}}}, {"usb1", kFpga}, {"usb2", kFpga}});
+        EXPECT_THAT(Output(board), HasSubstr("Audio capture disabled on USB" + std::to_string(camera) +
+                                             " since we capture in YUYV!\r\n"));
+        EXPECT_EQ(Count(Output(board), "Audio capture disabled"),
+                  Count(Output(board), "Manage audio dynamic pipeline\n"));
+    }
+}
+
+// The line input is always in the mix there, at its full level; loudspeakers of cameras are not used.
+TEST(SoundRoutes, VariantsFollowTheInput) {
+    for (const char* variant : {"1", "2", "3"}) {
+        SCOPED_TRACE(variant);
+        Words words = kTwoSpeakerphones;
+        words.insert(words.end(), {"--device-id", variant, "--hdmi-in", "1920x1080p30"});
+        const Board board =
+            StartSounding({{Input, 1}, {AoutAnalog, 255}, {Ain1, 255}, {Ain2, 252}, {Aout1, 250}}, words);
+        const auto expectMix = [&board](Tones mix) {
+            mix["line"] = kSource;
+            ExpectHeard(board, {{"fpga", mix}, {"analog", mix}, {"hdmi", kFpga}, {"usb1", {}}, {"usb2", {}}});
+        };
+        expectMix({{"microphone1", -21}});
+        Type(board, "<IN2>\n");
+        expectMix({{"microphone2", -24}});
+        Type(board, "<AIN2 -8>\n<ACFG 2>\n");
+        expectMix({{"microphone2", -28}});
+        Type(board, "<IN3>\n");
+        expectMix({});
+        Type(board, "<IN1>\n");
+        expectMix({{"microphone1", -21}});
+    }
+}
+
+// ---- The receiver
+
+// Writes to the register that mutes the HDMI input's sound, in order.
+static std::string MuteWrites(const Board& board) {
+    std::string writes;
+    for (const Json& line : TraceLines(board, "i2c"))
+        if (line["address"] == "34" && line.contains("register") && line["register"] == "1A" && line.contains("write"))
+            writes += line["write"][0].get<std::string>().front() == '1' ? 'M' : '.';
+    return writes;
+}
+
+static bool Mutes(char write) { return write == 'M'; }
+
+struct MuteRow {
+    const char* commands;
+    bool mutes, opens;  // what is written for a second after they took effect
+};
+
+static void ExpectMutes(const Board& board, const MuteRow& row) {
+    Type(board, row.commands);
+    std::string writes;
+    EXPECT_TRUE(WaitUntil(10,
+                          [&] {
+                              Ctl(board, {"trace", "--clear"});
+                              Pause(1);
+                              writes = MuteWrites(board);
+                              return std::ranges::any_of(writes, Mutes) == row.mutes &&
+                                     (writes.find('.') != std::string::npos) == row.opens;
+                          }))
+        << row.commands << writes;
+}
+
+// While a source is plugged, reading its format writes the mute bit too, over and over: as AIN3 says.
+TEST(ReceiverMute, FollowsThePipelineAndTheGain) {
+    const Board board = StartSounding({}, {"--camera1", "speakerphone", "--hdmi-in", "1920x1080p30"});
+    ExpectMutes(board, {.commands = "", .mutes = false, .opens = true});
+    ExpectMutes(board, {.commands = "<AIN3 -90>\n", .mutes = true, .opens = false});
+    ExpectMutes(board, {.commands = "<AIN3 0>\n", .mutes = false, .opens = true});
+    Ctl(board, {"trace", "--clear"});
+    const size_t from = OutputSize(board);
+    Type(board, "<AOUTHDMI 255>\n");
+    ASSERT_TRUE(WaitForOutput(board, kPlaying, 10, from));
+    EXPECT_EQ(std::ranges::count_if(MuteWrites(board), Mutes), 1) << "torn down: muted";
+    ExpectMutes(board, {.commands = "", .mutes = false, .opens = true});
+    // Without a source the format's reading mutes; the pipeline opens at its start, whatever was there.
+    Ctl(board, {"hdmi-in", "0", "off"});
+    ExpectMutes(board, {.commands = "", .mutes = true, .opens = false});
+    Type(board, "<AOUTHDMI 127>\n");
+    EXPECT_TRUE(WaitUntil(10, [&] { return MuteWrites(board).find('.') != std::string::npos; }));
+    ExpectMutes(board, {.commands = "", .mutes = true, .opens = false});
+}
+
+TEST(ReceiverMute, FollowsTheInputOnVariants) {
+    for (const char* variant : {"1", "2", "3"}) {
+        SCOPED_TRACE(variant);
+        const Board board = StartSounding(
+            {{Input, 1}}, {"--camera1", "speakerphone", "--device-id", variant, "--hdmi-in", "1920x1080p30"});
+        for (const MuteRow& row : {MuteRow{"", true, true},  // format reading opens, every pass mutes again
+                                   MuteRow{"<IN3>\n", false, true}, MuteRow{"<AIN3 -90>\n", true, false},
+                                   MuteRow{"<AIN3 0>\n<IN2>\n", true, true}})
+            ExpectMutes(board, row);
+    }
+}
