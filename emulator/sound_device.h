@@ -44,6 +44,7 @@ inline constexpr unsigned kTestTone = 1000;  // Hz; what a test of the outputs u
 struct StreamCounters {  // since power-on
     uint64_t frames = 0;
     unsigned xruns = 0;
+    unsigned waits = 0;  // for a program that was late; a board's card would have broken off
 };
 
 struct PlaceState {
@@ -100,6 +101,7 @@ struct SoundStream {
     // boundary at which the kernel lets them wrap: that is 2^61 frames away.
     uint64_t hardware = 0, startFrame = 0;
     int64_t startedAt = 0, triggeredAt = 0;
+    int64_t waitsSince = 0;  // for a late program; 0: it is in time
     TimerId interrupt = 0;
 
     double gain = 1;            // of the card's mixer

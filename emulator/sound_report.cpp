@@ -38,7 +38,8 @@ static Json StreamReport(SoundPlace place, unsigned direction, SoundStream*& run
             {"running", running != nullptr},
             {"rate", running != nullptr ? running->format.rate : 0},
             {"frames", counters.frames},
-            {direction == kPlayback ? "underruns" : "overruns", counters.xruns}};
+            {direction == kPlayback ? "underruns" : "overruns", counters.xruns},
+            {"waits", counters.waits}};
 }
 
 static Json OutputReport(SoundPlace place) {

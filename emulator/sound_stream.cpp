@@ -14,6 +14,10 @@
 static constexpr size_t kPageBytes = 4096;
 static constexpr off_t kStatusOffset = 0x8000'0000, kControlOffset = 0x8100'0000, kFileBytes = 0x8200'0000;
 
+// A PC has moments in which nobody runs, and a board has none of them: so long a card stands still with its clock and
+// waits for its program, before it breaks off.
+static constexpr int64_t kPatience = 2'000'000;  // microseconds
+
 // ---- Pages shared with the program
 
 template <typename T>
@@ -164,11 +168,37 @@ static void MoveTo(SoundStream& stream, uint64_t until) {
     stream.hardware = until;
 }
 
+// How far the stream can move before its program is too late.
+static uint64_t LastFrameInTime(const SoundStream& stream) {
+    const uint64_t ahead = stream.direction == kPlayback ? stream.format.bufferFrames : 0;
+    const uint64_t tooLate = ApplicationPointer(stream) + stream.stopThreshold;
+    return std::max(tooLate > ahead ? tooLate - ahead - 1 : 0, stream.hardware);
+}
+
+static uint64_t StandStill(SoundStream& stream, uint64_t until) {
+    const int64_t now = NowMicroseconds();
+    if (stream.waitsSince == 0) {
+        stream.waitsSince = now;
+        ++CountersOf(stream).waits;
+    }
+    if (now - stream.waitsSince > kPatience) return until;
+    stream.startFrame = LastFrameInTime(stream);
+    stream.startedAt = now;
+    return stream.startFrame;
+}
+
+static uint64_t WaitForProgram(SoundStream& stream, uint64_t until) {
+    if (stream.stopThreshold >= stream.boundary) return until;  // it wants the card to run on without it
+    if (until > LastFrameInTime(stream)) return StandStill(stream, until);
+    stream.waitsSince = 0;
+    return until;
+}
+
 void Advance(SoundStream& stream) {
     if (!IsMoving(stream)) return;
     const bool draining = stream.state == SNDRV_PCM_STATE_DRAINING;
-    uint64_t until = FrameNow(stream);
-    if (draining) until = std::min(until, ApplicationPointer(stream));
+    const uint64_t until =
+        draining ? std::min(FrameNow(stream), ApplicationPointer(stream)) : WaitForProgram(stream, FrameNow(stream));
     if (until > stream.hardware) MoveTo(stream, until);
     Publish(stream);
     if (draining && stream.hardware >= ApplicationPointer(stream)) {
@@ -277,6 +307,7 @@ int StartStream(SoundStream& stream) {
     stream.state = SNDRV_PCM_STATE_RUNNING;
     stream.startedAt = stream.triggeredAt = NowMicroseconds();
     stream.startFrame = stream.hardware;
+    stream.waitsSince = 0;
     Publish(stream);
     TraceEvent(stream, "started");
     ScheduleInterrupt(stream);
