@@ -289,6 +289,12 @@ bool WaitForPicture(const Board& board, double seconds) {
     return WaitUntilPicture(board, seconds, [](const Picture&) { return true; });
 }
 
+bool WaitForSound(const Board& board) {
+    const bool plays = WaitForOutput(board, "Playing audio pipeline...\n", 40);
+    Pause(2);
+    return plays;
+}
+
 std::vector<uint8_t> SavedSettings(const Board& board) {
     std::ifstream file(BoardFile(board, "home/root/config.bin"), std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};

@@ -49,6 +49,9 @@ Board RunScript(const std::string& script, Words options = {});
 // The same with a picture on display, or nothing within the deadline.
 bool WaitForPicture(const Board& board, double seconds = 30);
 
+// Until the daemon is at rest with sound and its threads: figures of its process can be taken from here on.
+bool WaitForSound(const Board& board);
+
 // Ends the emulator. Its exit status, or 128 + signal. WaitForEnd waits for it to end by itself (-1: it did not).
 int StopBoard(const Board& board);
 int WaitForEnd(const Board& board, double seconds);

@@ -110,8 +110,7 @@ TEST(Http, AnswerComesBeforeTheAddressChanges) {
 // More than the backlog holds: the others' connects are repeated by the network until there is room.
 TEST(Http, ThirtyOneAtOnce) {
     const Board board = StartNewBoard({"--camera1", "hd-mjpeg"});
-    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
-    Pause(2);  // the pipelines' own descriptors settle
+    ASSERT_TRUE(WaitForPicture(board) && WaitForSound(board)) << Output(board);
     const int before = Status(board)["daemon"]["descriptors"];
     const int port = HttpPort(board);
     std::vector<TcpClient> clients;

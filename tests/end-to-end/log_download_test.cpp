@@ -130,7 +130,7 @@ static long ResidentKilobytes(const Board& board) {
 
 TEST(LogDownload, TenMegabytesCostNoMemory) {
     const Board board = StartNewBoard({"--camera1", "hd-mjpeg"});
-    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    ASSERT_TRUE(WaitForPicture(board) && WaitForSound(board)) << Output(board);
     Download(board);
     const int descriptors = Status(board)["daemon"]["descriptors"];
     ASSERT_EQ(Ctl(board, {"fault", "tool", "journalctl", "flood"}).status, 0);

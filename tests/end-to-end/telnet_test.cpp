@@ -75,7 +75,7 @@ static void ExpectBackTo(const Board& board, const std::pair<int, int>& before) 
 
 TEST(Telnet, ThirtyFirstClientReplacesThirty) {
     const Board board = StartNewBoard({"--camera1", "hd-mjpeg"});
-    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    ASSERT_TRUE(WaitForPicture(board) && WaitForSound(board)) << Output(board);
     const int port = TelnetPort(board);
     const auto before = DescriptorsAndThreads(board);
     for (int round = 0; round < 3; ++round) {
@@ -252,7 +252,7 @@ static constexpr Member kMembers[] = {
 TEST(Telnet, CrowdForAMinute) {
     static constexpr double kSeconds = 60;
     const Board board = StartNewBoard({"--camera1", "hd-mjpeg"});
-    ASSERT_TRUE(ShowsFull(board, '1', 30)) << Output(board);
+    ASSERT_TRUE(ShowsFull(board, '1', 30) && WaitForSound(board)) << Output(board);
     Ask(TcpClient(TelnetPort(board)), "$GET$");
     const auto before = DescriptorsAndThreads(board);
     const size_t from = OutputSize(board);
