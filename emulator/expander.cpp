@@ -29,6 +29,7 @@ static int64_t bouncesUntil;
 static unsigned bouncing;  // the buttons that do
 static bool bouncedBack;
 static uint8_t leds;
+static unsigned looks;
 
 // While contacts bounce, every other look finds them as they were.
 static uint8_t BounceNow() {
@@ -42,7 +43,9 @@ static void StepWithinPair(I2cDevice& device, unsigned at) { device.pointer = (a
 static uint8_t ReadRegister(I2cDevice& device, unsigned offset) {
     const unsigned at = offset & 0xFF;
     StepWithinPair(device, at);
-    return at == kInput + 1 ? device.registers[at] ^ BounceNow() : device.registers[at];
+    if (at != kInput + 1) return device.registers[at];
+    ++looks;
+    return device.registers[at] ^ BounceNow();
 }
 
 static void WriteRegister(I2cDevice& device, unsigned offset, uint8_t value) {
@@ -81,10 +84,13 @@ static void ResetExpander() {
 void PowerOnExpander() {
     if (Board.panel != "expander") return;
     ResetExpander();
+    looks = 0;
     AddI2cDevice(expander);
 }
 
-Json ExpanderLeds() { return {{"leds", leds}, {"configured", expander.registers[kConfiguration] == 0}}; }
+Json ExpanderLeds() {
+    return {{"leds", leds}, {"configured", expander.registers[kConfiguration] == 0}, {"looks", looks}};
+}
 
 static void Press(unsigned buttons) {
     if (buttons == pressed) return;

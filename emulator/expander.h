@@ -7,7 +7,8 @@
 
 void PowerOnExpander();  // answers only on a board with `--panel expander`
 
-Json ExpanderLeds();  // {"leds": bits that are lit, "configured": whether port 0 drives them}
+// {"leds": bits that are lit, "configured": whether port 0 drives them, "looks": at the buttons since power-on}
+Json ExpanderLeds();
 
 // buttons MASK [for MS]. Bits 0 to 6, 1 for a pressed button. With a time it is answered at the end of it, when what
 // was held before is held again, or at the next `buttons` if that is sooner.

@@ -1,5 +1,7 @@
 #include "command_rows.h"
 
+#include <fstream>
+
 static const std::string kServiceLine = "connmanctl config ethernet_00049f052a61_cable --ipv6 off --ipv4 ";
 static const std::string kFirstTiming = "-g 1920 1080 1920 1080 32 -t 6734 148 528 36 4 44 5";
 static const std::vector<uint8_t> kFirstCameraAtRest = [] {
@@ -176,3 +178,13 @@ const std::vector<CommandRow> CommandRows = {
     {.word = "RBT", .channels = kLocal, .runs = {"reboot -f"}, .ends = Ends::kBoard},
 };
 // clang-format on
+
+void StoreSettings(const Board& board, const SettingsBytes& bytes) {
+    std::string record(136, '\0');
+    record[1] = char(0xAB);
+    record[2] = 1;
+    for (const auto& [field, value] : bytes) record[field] = char(value);
+    record[0] =
+        char(record[1] + record[2] + record[View] + record[Swap]);  // the checksum; all else that it covers is 0
+    std::ofstream(BoardFile(board, "home/root/config.bin"), std::ios::binary) << record;
+}

@@ -3,14 +3,18 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
+
+#include "board_run.h"
 
 // Offsets in the settings file.
 enum Field : uint8_t {
     View = 6,
     Swap = 7,
     SwHdmi = 8,
+    Reserved9 = 9,
     Input = 10,
     IpAddress = 36,
     Dhcp = 40,
@@ -49,6 +53,10 @@ enum Field : uint8_t {
     EnLog = 134,
     EnJpegParse = 135,
 };
+
+// The settings file of a board that has not started yet; what is not named is 0. Not for fields 36 to 45.
+using SettingsBytes = std::map<Field, uint8_t>;
+void StoreSettings(const Board& board, const SettingsBytes& bytes);
 
 enum Channels : uint8_t { kSerial = 1, kConsole = 2, kTelnet = 4, kHttp = 8, kLocal = 3, kNetwork = 12, kAll = 15 };
 enum Variants : uint8_t { kLayouts = 1, kInputs = 2, kBoth = 3 };  // variant 0, variants 1..3

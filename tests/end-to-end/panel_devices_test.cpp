@@ -83,9 +83,9 @@ TEST(PanelDevices, ExpanderHoldsItsConfigurationUntilItLosesIt) {
     const Board board = MakeBoard();
     StartBoard(board, {"--panel", "expander", "--daemon", "/bin/sh", "--", "-c", kShell});
     EXPECT_EQ(Shell(board, "i2ctransfer -y 2 w1@0x21 6 r1; i2ctransfer -y 2 w1@0x21 1 r1"), "0xff\n0xbf\n");
-    EXPECT_EQ(PanelLeds(board), (Json{{"form", "expander"}, {"leds", 0}, {"configured", false}}));
+    EXPECT_EQ(PanelLeds(board), (Json{{"form", "expander"}, {"leds", 0}, {"configured", false}, {"looks", 1}}));
     Shell(board, "i2ctransfer -y 2 w3@0x21 0x40 0 0; i2ctransfer -y 2 w2@0x21 6 0; i2ctransfer -y 2 w2@0x21 2 0x11");
-    EXPECT_EQ(PanelLeds(board), (Json{{"form", "expander"}, {"leds", 0x11}, {"configured", true}}));
+    EXPECT_EQ(PanelLeds(board), (Json{{"form", "expander"}, {"leds", 0x11}, {"configured", true}, {"looks", 1}}));
 
     const size_t from = OutputSize(board);
     Type(board,

@@ -12,7 +12,7 @@
 using testing::HasSubstr;
 
 using Tones = std::map<std::string, double>;  // source, dB
-using Bytes = std::map<Field, uint8_t>;
+using Bytes = SettingsBytes;
 
 static constexpr double kSource = -20, kTolerance = 0.5, kTold = -70;  // dB
 static constexpr const char* kPlaying = "Playing audio pipeline...\n";
@@ -20,15 +20,6 @@ static constexpr const char* kTooSlow = "***** Code: 13\n";  // of a busy PC; it
 static const Words kTwoSpeakerphones = {"--camera1", "speakerphone", "--camera2", "speakerphone"};
 
 // ---- The board
-
-static void StoreSettings(const Board& board, const Bytes& bytes) {
-    std::string record(136, '\0');
-    record[0] = char(0xac);  // checksum: signature, and all else that it covers is 0
-    record[1] = char(0xab);
-    record[2] = 1;
-    for (const auto& [field, value] : bytes) record[field] = char(value);
-    std::ofstream(BoardFile(board, "home/root/config.bin"), std::ios::binary) << record;
-}
 
 static Board StartSounding(const Bytes& bytes, Words words) {
     const Board board = MakeBoard();

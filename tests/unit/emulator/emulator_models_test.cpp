@@ -616,9 +616,9 @@ TEST_F(PanelModels, ExpanderStartsUnconfigured) {
     PowerOn("expander");
     EXPECT_EQ(ExpanderRegister(6), 255);
     I2cWrite(2, 0x21, {2, 5});
-    EXPECT_EQ(ExpanderLeds(), (Json{{"leds", 0}, {"configured", false}}));
+    EXPECT_EQ(ExpanderLeds(), (Json{{"leds", 0}, {"configured", false}, {"looks", 0}}));
     I2cWrite(2, 0x21, {6, 0});
-    EXPECT_EQ(ExpanderLeds(), (Json{{"leds", 5}, {"configured", true}}));
+    EXPECT_EQ(ExpanderLeds(), (Json{{"leds", 5}, {"configured", true}, {"looks", 0}}));
     EXPECT_EQ(ExpanderRegister(0), 5);
     I2cWrite(2, 0x21, {2, 6, 0xFF, 7});  // back and forth within the pair
     EXPECT_EQ(ExpanderRegister(2), 7);
@@ -627,6 +627,7 @@ TEST_F(PanelModels, ExpanderStartsUnconfigured) {
     EXPECT_EQ(ExpanderRegister(0x41), 0);
     I2cWrite(2, 0x21, {1, 0});
     EXPECT_EQ(ExpanderRegister(1) & 0x7F, 0x3F) << "inputs cannot be written";
+    EXPECT_EQ(ExpanderLeds()["looks"], 1);
 
     EXPECT_TRUE(ExpanderFaultVerb({"reset"}).good);
     EXPECT_EQ(ExpanderRegister(6), 255);

@@ -1,0 +1,150 @@
+// The board's own LEDs and its jack, and the panel of the input switchers: four lines that are buttons and LEDs. With
+// pictures and sound: a key is pressed to see and hear something.
+#include <gmock/gmock.h>
+
+#include "command_rows.h"
+#include "picture_probe.h"
+
+using testing::HasSubstr;
+
+using Lights = std::map<std::string, int>;
+
+static bool Shine(const Board& board, const Lights& lights) {
+    const Json leds = Json::parse(Ctl(board, {"leds"}).out);
+    return std::ranges::all_of(lights, [&leds](const auto& light) { return leds[light.first] == light.second; });
+}
+
+static void ExpectLights(const Board& board, const Lights& lights) {
+    EXPECT_TRUE(WaitUntil(10, [&] { return Shine(board, lights); }))
+        << testing::PrintToString(lights) << ", not " << Ctl(board, {"leds"}).out;
+}
+
+// The moments at which an LED changed, in microseconds.
+static std::vector<int64_t> Changes(const Board& board, const std::string& led) {
+    std::vector<int64_t> times;
+    for (const Json& line : TraceLines(board, "led"))
+        if (line["led"] == led) times.push_back(line["t"]);
+    return times;
+}
+
+// A level is kept for 51 passes, which may be slow but are never faster.
+static void ExpectToBlink(const Board& board, const std::string& led, int64_t passMicroseconds) {
+    Ctl(board, {"trace", "--clear"});
+    std::vector<int64_t> changes;
+    EXPECT_TRUE(WaitUntil(10, [&] { return (changes = Changes(board, led)).size() >= 4; })) << Output(board);
+    for (size_t i = 1; i < changes.size(); ++i) EXPECT_GE(changes[i] - changes[i - 1], 51 * passMicroseconds);
+}
+
+static std::string Report(const Board& board) {
+    const size_t from = OutputSize(board);
+    Type(board, "<GET>\n");
+    EXPECT_TRUE(WaitForOutput(board, "IMX->FX3 DONE\n", 10, from));
+    return Output(board).substr(from);
+}
+
+static bool Hears(const Board& board, const std::vector<std::string>& sources) {
+    const Json tones = Json::parse(Ctl(board, {"audio"}).out)["outputs"]["fpga"]["tones"];
+    std::vector<std::string> heard;
+    for (const auto& [source, level] : tones.items()) heard.push_back(source);
+    return heard == sources;
+}
+
+static void ExpectHeard(const Board& board, const std::vector<std::string>& sources) {
+    EXPECT_TRUE(WaitUntil(20, [&] { return Hears(board, sources); })) << Ctl(board, {"audio"}).out;
+}
+
+TEST(BoardLights, FollowCamerasSignalsAndKeys) {
+    const Board board = StartNewBoard({"--old-kernel", "--camera1", "speakerphone", "--camera2", "fullhd-mjpeg"});
+    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    EXPECT_EQ(Json::parse(Ctl(board, {"leds"}).out)["hdmi0-top"], nullptr);
+    ExpectLights(board, {{"status", 0}, {"camera1", 0}, {"camera2", 0}, {"hdmi0", 1}, {"hdmi1", 1}});
+
+    // Too fast for this kernel: the selected port's indicator blinks.
+    Ctl(board, {"hdmi-in", "1", "1920x1080p60"});
+    ExpectLights(board, {{"hdmi0", 1}, {"hdmi1", 0}});
+    Ctl(board, {"hdmi-in", "0", "1920x1080p60"});
+    ExpectToBlink(board, "hdmi0", 25'000);
+    EXPECT_TRUE(Shine(board, {{"hdmi1", 0}}));
+    Ctl(board, {"hdmi-in", "0", "off"});
+    Ctl(board, {"hdmi-in", "1", "off"});
+    ExpectLights(board, {{"hdmi0", 1}, {"hdmi1", 1}});
+
+    ASSERT_TRUE(WaitForOutput(board, "Playing audio pipeline...\n", 40)) << Output(board);
+    Type(board, "<S1>\n<SBTN 1>\n");
+    ExpectHeard(board, {"microphone1"});
+    EXPECT_THAT(Report(board), HasSubstr("Audio Jack => Not Detected\n"));
+    Ctl(board, {"jack", "in"});
+    ExpectHeard(board, {"line"});
+    EXPECT_THAT(Report(board), HasSubstr("Audio Jack => Detected\n"));
+    EXPECT_EQ(Ctl(board, {"key", "64"}).status, 0);
+    ExpectHeard(board, {});
+    EXPECT_EQ(Ctl(board, {"key", "64"}).status, 0);
+    Ctl(board, {"jack", "out"});
+    ExpectHeard(board, {"microphone1"});
+
+    EXPECT_TRUE(ShowsFull(board, '1')) << Seen(board);
+    EXPECT_EQ(Ctl(board, {"key", "2"}).status, 0);
+    EXPECT_TRUE(ShowsFull(board, '2')) << Seen(board);
+    Ctl(board, {"camera", "2", "unplug"});
+    ExpectLights(board, {{"camera1", 0}, {"camera2", 1}});
+}
+
+// ---- The input switchers' lines
+
+static Lights LitInput(int input) {
+    Lights lights;
+    for (int i = 1; i <= 4; ++i) lights["input" + std::to_string(i)] = i == input;
+    return lights;
+}
+
+static void Push(const Board& board, int input, const char* how) {
+    EXPECT_EQ(Ctl(board, {"gpio-button", std::to_string(input), how}).status, 0);
+}
+
+TEST(BoardLights, ButtonsOfTheInputSwitchersSelect) {
+    const Board board = MakeBoard();
+    StoreSettings(board, {{Input, 9}});
+    StartBoard(board, {"--device-id", "1", "--old-kernel", "--panel", "none", "--camera1", "fullhd-mjpeg", "--camera2",
+                       "hd-mjpeg", "--hdmi-in", "1920x1080p30"});
+    Ctl(board, {"hdmi-in", "1", "1280x720p60"});
+    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    ExpectLights(board, LitInput(0));
+    for (const int input : {3, 1, 4, 2}) {
+        Push(board, input, "press");
+        ExpectLights(board, LitInput(input));
+        Push(board, input, "release");
+        EXPECT_TRUE(ShowsFull(board, char('0' + input), 12)) << input << Seen(board);
+        EXPECT_TRUE(Shine(board, LitInput(input)));
+    }
+    Type(board, "<IN3>\n");
+    ExpectLights(board, LitInput(3));
+
+    // Two at once take turns; who is let go last keeps it.
+    Push(board, 2, "press");
+    Push(board, 4, "press");
+    Pause(0.2);
+    Push(board, 4, "release");
+    ExpectLights(board, LitInput(2));
+    Push(board, 2, "release");
+    EXPECT_TRUE(ShowsFull(board, '2', 12)) << Seen(board);
+
+    for (const char* variant : {"2", "3"}) {
+        Type(board, std::string("<DEVICEID ") + variant + ">\n");
+        for (const int input : {1, 3}) {
+            Push(board, input, "press");
+            ExpectLights(board, LitInput(input));
+            Push(board, input, "release");
+        }
+    }
+    EXPECT_TRUE(ShowsFull(board, '3', 12)) << Seen(board);
+
+    Ctl(board, {"jack", "in"});
+    Ctl(board, {"hdmi-in", "1", "1920x1080p60"});
+    Push(board, 4, "press");
+    ExpectToBlink(board, "hdmi1", 1'000);
+    Push(board, 4, "release");
+    EXPECT_TRUE(Shine(board, {{"hdmi0", 0}, {"input4", 1}}));
+    Type(board, "<SAVE>\n");
+    EXPECT_TRUE(WaitUntil(10, [&] { return SavedSettings(board)[Input] == 4; }));
+    EXPECT_EQ(SavedSettings(board)[AudioJack], 0) << "is variant 0's";
+}
