@@ -94,16 +94,22 @@ struct Form {
     const char* name;
     Words options;
     int hdmi0Indicator;
+    double writes;  // to files, in a pass
     void (*pass)();
 };
 
 static const Form kForms[] = {
-    {.name = "keypad", .options = {}, .hdmi0Indicator = 83, .pass = KeypadPass},
-    {.name = "expander", .options = {"--panel", "expander"}, .hdmi0Indicator = 105, .pass = ExpanderPass},
-    {.name = "no panel", .options = {"--panel", "none", "--device-id", "1"}, .hdmi0Indicator = 83, .pass = PlainPass},
+    {.name = "keypad", .options = {}, .hdmi0Indicator = 83, .writes = 5, .pass = KeypadPass},
+    {.name = "expander", .options = {"--panel", "expander"}, .hdmi0Indicator = 105, .writes = 5, .pass = ExpanderPass},
+    {.name = "no panel",
+     .options = {"--panel", "none", "--device-id", "1"},
+     .hdmi0Indicator = 83,
+     .writes = 5,
+     .pass = PlainPass},
     {.name = "buttons on lines",
      .options = {"--panel", "none", "--device-id", "1", "--old-kernel"},
      .hdmi0Indicator = 83,
+     .writes = 15,
      .pass = ButtonsPass},
 };
 
@@ -127,6 +133,7 @@ struct Spent {
     std::string name;
     double seconds = 0;  // on a processor
     double wakeUps = 0;
+    double writes = 0;
 };
 using Threads = std::map<int, Spent>;
 
@@ -146,6 +153,7 @@ static Threads ThreadsOf(int pid) {
         if (!std::getline(comm, spent.name) || !(times >> nanoseconds)) continue;
         spent.seconds = nanoseconds / 1e9;
         spent.wakeUps = NumberBehind(task.path() / "status", "voluntary_ctxt_switches:");
+        spent.writes = NumberBehind(task.path() / "io", "syscw:");
         threads[std::stoi(task.path().filename())] = spent;
     }
     return threads;
@@ -171,7 +179,7 @@ static constexpr std::string_view kOwnThreads[] = {
     "Tesselvisor", "led", "UART", "console", "LAN", "HTTP", "Gstreamer video", "Gstreamer audio"};
 
 static Spent Between(const Spent& before, const Spent& after) {
-    return {after.name, after.seconds - before.seconds, after.wakeUps - before.wakeUps};
+    return {after.name, after.seconds - before.seconds, after.wakeUps - before.wakeUps, after.writes - before.writes};
 }
 
 // What the daemon did not start itself belongs to the sound, which runs without a picture, too.
@@ -189,13 +197,16 @@ static void PrintThreads(Threads before, const Threads& after) {
     PrintSpent("threads of the sound", sound.seconds, sound.wakeUps);
 }
 
-// ---- Passes, where the panel can count them
+// What a pass costs and how often it is made.
+static void PrintPasses(const char* what, const Form& form, const Spent& spent) {
+    const double passes = spent.writes / form.writes;
+    printf("  %-32s %10.1f %12.1f %14.1f\n", what, passes / kMeasured, spent.wakeUps / passes,
+           1e6 * spent.seconds / passes);
+}
 
-static double Passes(const Board& board) {
-    const Json panel = Json::parse(Ctl(board, {"leds"}).out)["panel"];
-    for (const char* counter : {"frames", "looks"})
-        if (panel.contains(counter)) return panel[counter];
-    return 0;
+static Spent LedThread(const Threads& before, const Threads& after) {
+    const auto led = std::ranges::find(after, "led", [](const auto& thread) { return thread.second.name; });
+    return led == after.end() ? Spent{} : Between(before.at(led->first), led->second);
 }
 
 static bool Measure(const Form& form, const std::string& self) {
@@ -206,17 +217,17 @@ static bool Measure(const Form& form, const std::string& self) {
     if (!WaitForOutput(board, "Manage dynamic pipeline", 30)) return false;
     Pause(15);  // past the search for sound and the first reports
     const int pid = Status(board)["daemon"]["pid"], barePid = Status(bare)["daemon"]["pid"];
-    const double passes = Passes(board), barePasses = Passes(bare), children = SecondsOfChildren(pid);
+    const double children = SecondsOfChildren(pid);
     const Threads before = ThreadsOf(pid), bareBefore = ThreadsOf(barePid);
     Pause(kMeasured);
     const Threads after = ThreadsOf(pid), bareAfter = ThreadsOf(barePid);
     printf("%-34s %10s %12s %14s\n", form.name, "ms/s", "wake-ups/s", "us per wake-up");
     PrintThreads(before, after);
     PrintSpent("programs that it ran", SecondsOfChildren(pid) - children, 0);
-    const Spent accesses = Between(bareBefore.at(barePid), bareAfter.at(barePid));
-    PrintSpent("bare accesses, for led", accesses.seconds, accesses.wakeUps);
-    printf("  passes/s %.1f, bare %.1f\n\n", (Passes(board) - passes) / kMeasured,
-           (Passes(bare) - barePasses) / kMeasured);
+    printf("  %-32s %10s %12s %14s\n", "", "passes/s", "wake-ups/pass", "us per pass");
+    PrintPasses("led", form, LedThread(before, after));
+    PrintPasses("bare accesses", form, Between(bareBefore.at(barePid), bareAfter.at(barePid)));
+    printf("\n");
     fflush(stdout);
     return true;
 }

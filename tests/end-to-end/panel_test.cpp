@@ -261,8 +261,7 @@ static void ExpectNoKeysOnOtherVariants(const Board& board) {
     EXPECT_EQ(Ctl(board, {"gpio-button", "3", "press"}).status, 0) << "nobody looks there on a newer kernel";
     for (const char* variant : {"1", "2", "3"}) {
         TypeCommand(board, std::string("<DEVICEID ") + variant + ">");
-        Pause(0.1);
-        EXPECT_TRUE(Stands(board)) << variant;
+        EXPECT_TRUE(WaitUntil(1, [&] { return Stands(board); })) << variant;
     }
     EXPECT_NE(Ctl(board, {"key", "1"}).status, 0) << "nobody fetches it";
     EXPECT_EQ(Selected(board), before);
@@ -320,8 +319,7 @@ TEST(Panel, ExpanderFromButtonToRecordAndLeds) {
     }());
     for (const char* variant : {"1", "3"}) {
         TypeCommand(board, std::string("<DEVICEID ") + variant + ">");
-        Pause(0.1);
-        EXPECT_TRUE(Stands(board)) << variant;
+        EXPECT_TRUE(WaitUntil(1, [&] { return Stands(board); })) << variant;
     }
 }
 
