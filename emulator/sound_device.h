@@ -102,6 +102,8 @@ struct SoundStream {
     uint64_t hardware = 0, startFrame = 0;
     int64_t startedAt = 0, triggeredAt = 0;
     int64_t waitsSince = 0;  // for a late program; 0: it is in time
+    int64_t stoodStill = 0;  // microseconds, added up; starts at what the others have
+    int64_t lookedAt = 0;    // when the pointer was followed last
     TimerId interrupt = 0;
 
     double gain = 1;            // of the card's mixer

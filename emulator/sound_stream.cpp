@@ -6,6 +6,7 @@
 #include <atomic>
 #include <climits>
 #include <cmath>
+#include <utility>
 
 #include "sound_device.h"
 #include "sound_tones.h"
@@ -17,6 +18,8 @@ static constexpr off_t kStatusOffset = 0x8000'0000, kControlOffset = 0x8100'0000
 // A PC has moments in which nobody runs, and a board has none of them: so long a card stands still with its clock and
 // waits for its program, before it breaks off.
 static constexpr int64_t kPatience = 2'000'000;  // microseconds
+
+static int64_t longestStandstill;  // of any stream, added up, microseconds
 
 // ---- Pages shared with the program
 
@@ -175,30 +178,44 @@ static uint64_t LastFrameInTime(const SoundStream& stream) {
     return std::max(tooLate > ahead ? tooLate - ahead - 1 : 0, stream.hardware);
 }
 
-static uint64_t StandStill(SoundStream& stream, uint64_t until) {
+static void Pause(SoundStream& stream, int64_t time) {
+    stream.startedAt += time;
+    stream.stoodStill += time;
+    longestStandstill = std::max(longestStandstill, stream.stoodStill);
+}
+
+static uint64_t StandStill(SoundStream& stream) {
     const int64_t now = NowMicroseconds();
     if (stream.waitsSince == 0) {
         stream.waitsSince = now;
         ++CountersOf(stream).waits;
     }
-    if (now - stream.waitsSince > kPatience) return until;
-    stream.startFrame = LastFrameInTime(stream);
-    stream.startedAt = now;
-    return stream.startFrame;
+    if (now - stream.waitsSince > kPatience) return FrameNow(stream);
+    const uint64_t last = LastFrameInTime(stream);
+    Pause(stream, std::max<int64_t>(now - TimeOf(stream, last), 0));
+    return last;
 }
 
-static uint64_t WaitForProgram(SoundStream& stream, uint64_t until) {
-    if (stream.stopThreshold >= stream.boundary) return until;  // it wants the card to run on without it
-    if (until > LastFrameInTime(stream)) return StandStill(stream, until);
+// Where one stream has stood still, the others follow: they would otherwise drift apart until the program has no room
+// left for what is between them.
+static void FollowOthers(SoundStream& stream) {
+    const int64_t now = NowMicroseconds(), passed = now - std::exchange(stream.lookedAt, now);
+    Pause(stream, std::min(longestStandstill - stream.stoodStill, passed));
+}
+
+static uint64_t FrameInTime(SoundStream& stream) {
+    FollowOthers(stream);
+    const uint64_t now = FrameNow(stream);
+    if (stream.stopThreshold >= stream.boundary) return now;  // it wants the card to run on without it
+    if (now > LastFrameInTime(stream)) return StandStill(stream);
     stream.waitsSince = 0;
-    return until;
+    return now;
 }
 
 void Advance(SoundStream& stream) {
     if (!IsMoving(stream)) return;
     const bool draining = stream.state == SNDRV_PCM_STATE_DRAINING;
-    const uint64_t until =
-        draining ? std::min(FrameNow(stream), ApplicationPointer(stream)) : WaitForProgram(stream, FrameNow(stream));
+    const uint64_t until = draining ? std::min(FrameNow(stream), ApplicationPointer(stream)) : FrameInTime(stream);
     if (until > stream.hardware) MoveTo(stream, until);
     Publish(stream);
     if (draining && stream.hardware >= ApplicationPointer(stream)) {
@@ -307,6 +324,8 @@ int StartStream(SoundStream& stream) {
     stream.state = SNDRV_PCM_STATE_RUNNING;
     stream.startedAt = stream.triggeredAt = NowMicroseconds();
     stream.startFrame = stream.hardware;
+    stream.lookedAt = stream.startedAt;
+    stream.stoodStill = longestStandstill;
     stream.waitsSince = 0;
     Publish(stream);
     TraceEvent(stream, "started");
