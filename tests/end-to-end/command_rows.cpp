@@ -86,24 +86,6 @@ const std::vector<CommandRow> CommandRows = {
     {.word = "ENLOG", .arguments = "1", .changes = {{EnLog, {1}}}},
     {.word = "ENLOG", .arguments = "0", .changes = {{EnLog, {0}}}, .prints = "STDOUT/STDERR to console.\n"},
 
-    // Sound
-    {.word = "AIN1", .arguments = "5",   .changes = {{Ain1, {5}}}},
-    {.word = "AIN2", .arguments = "100", .changes = {{Ain2, {100}}}},
-    {.word = "AIN3", .arguments = "-90", .changes = {{Ain3, {166}}}},
-    {.word = "AIN4", .arguments = "255", .changes = {{Ain4, {255}}}},
-    {.word = "AIN4", .arguments = "0x10", .channels = kLocal,   .changes = {{Ain4, {0}}}},
-    {.word = "AIN4", .arguments = "0x10", .channels = kNetwork, .changes = {{Ain4, {16}}}},
-    {.word = "AOUT1", .arguments = "1", .changes = {{Aout1, {1}}}},
-    {.word = "AOUT2", .arguments = "2", .changes = {{Aout2, {2}}}},
-    {.word = "AOUT3", .arguments = "3", .changes = {{Aout3, {3}}}},
-    {.word = "AOUT4", .arguments = "4", .changes = {{Aout4, {4}}}},
-    {.word = "ACFG", .arguments = "2", .changes = {{Acfg, {2}}}},
-    {.word = "SBTN", .arguments = "1", .channels = kLocal, .changes = {{Sbtn, {1}}}, .prints = "SBTN => 1\n"},
-    {.word = "AOUTHDMI",   .arguments = "0x10", .changes = {{AoutHdmi, {16}}},  .maySave = true, .prints = "AOUTHDMI => 16\n"},
-    {.word = "AOUTANALOG", .arguments = "010",  .changes = {{AoutAnalog, {8}}}, .maySave = true, .prints = "AOUTANALOG => 8\n"},
-    {.word = "AOUTUSB1",   .arguments = "9",    .changes = {{AoutUsb1, {9}}},   .maySave = true, .prints = "AOUTUSB1 => 9\n"},
-    {.word = "AOUTUSB2",   .arguments = "258",  .changes = {{AoutUsb2, {2}}},   .maySave = true, .prints = "AOUTUSB2 => 2\n"},
-
     // Cameras. None is plugged here: a refused one-number form is remembered for the camera on display.
     {.word = "PAN",  .arguments = "-5",  .sentOn = kLayouts, .before = "SS1",
      .changes = {{PtzCamera, {1}}, {PanCamera1, {251, 255, 255, 255}}}, .prints = "Open failed!\n", .refused = true},
@@ -122,6 +104,25 @@ const std::vector<CommandRow> CommandRows = {
     {.word = "PAN",  .arguments = "3 5", .refused = true},
     {.word = "PRESET",     .arguments = "1 1", .refused = true},
     {.word = "SAVEPRESET", .arguments = "2 1", .refused = true},
+
+    // Sound
+    {.word = "AIN1", .arguments = "5",   .changes = {{Ain1, {5}}}},
+    {.word = "AIN2", .arguments = "100", .changes = {{Ain2, {100}}}},
+    {.word = "AIN3", .arguments = "-90", .changes = {{Ain3, {166}}}},
+    {.word = "AIN4", .arguments = "255", .changes = {{Ain4, {255}}}},
+    {.word = "AIN4", .arguments = "0x10", .channels = kLocal,   .changes = {{Ain4, {0}}}},
+    {.word = "AIN4", .arguments = "0x10", .channels = kNetwork, .changes = {{Ain4, {16}}}},
+    {.word = "AOUT1", .arguments = "1", .changes = {{Aout1, {1}}}},
+    {.word = "AOUT2", .arguments = "2", .changes = {{Aout2, {2}}}},
+    {.word = "AOUT3", .arguments = "3", .changes = {{Aout3, {3}}}},
+    {.word = "AOUT4", .arguments = "4", .changes = {{Aout4, {4}}}},
+    {.word = "ACFG", .arguments = "2", .changes = {{Acfg, {2}}}},
+    {.word = "SBTN", .arguments = "1", .channels = kLocal, .changes = {{Sbtn, {1}}}, .prints = "SBTN => 1\n"},
+    // The running pipeline saves these within a moment, which may reach into the next row: that one saves as well.
+    {.word = "AOUTHDMI",   .arguments = "0x10", .changes = {{AoutHdmi, {16}}},  .maySave = true, .prints = "AOUTHDMI => 16\n"},
+    {.word = "AOUTANALOG", .arguments = "010",  .changes = {{AoutAnalog, {8}}}, .maySave = true, .prints = "AOUTANALOG => 8\n"},
+    {.word = "AOUTUSB1",   .arguments = "9",    .changes = {{AoutUsb1, {9}}},   .maySave = true, .prints = "AOUTUSB1 => 9\n"},
+    {.word = "AOUTUSB2",   .arguments = "258",  .changes = {{AoutUsb2, {2}}},   .maySave = true, .prints = "AOUTUSB2 => 2\n"},
 
     // Video and output
     {.word = "INV", .arguments = "3 1", .changes = {{Inv3, {1}}}, .saves = true},
