@@ -273,7 +273,7 @@ bool WaitUntil(double seconds, const std::function<bool()>& holds) {
     const auto deadline = Clock::now() + Seconds(seconds * Patience() + kBusyMachineSeconds);
     while (!holds()) {
         if (Clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));  // most looks start a program
     }
     return true;
 }
