@@ -94,9 +94,10 @@ static void CompareCost(const Board& board, const Board& launched, const ThreadT
 
 // ---- Latency
 
-static double TimeInTrace(const Board& board, const char* event, const char* output, const char* time) {
+static double TimeInTrace(const Board& board, const char* event, const char* output, const char* time,
+                          const char* source = "microphone1") {
     for (const Json& line : TraceLines(board, "sound"))
-        if (line["event"] == event && line["source"] == "microphone1" && line.value("output", "") == output)
+        if (line["event"] == event && line.value("source", "") == source && line.value("output", "") == output)
             return line[time].get<double>();
     return 0;
 }
@@ -134,32 +135,38 @@ static void MeasureLatency(const Board& board, const char* title) {
 // ---- Commands
 
 // From the command to the loudspeaker, on the board's clock: a tone that is switched marks the moment.
-static double MillisecondsTo(const Board& board, const char* event, const char* command) {
+static double MillisecondsTo(const Board& board, const char* command, const char* event,
+                             const char* source = "microphone1") {
     Ctl(board, {"trace", "--clear"});
     Ctl(board, {"tone", "line", "on"});
     const double sent = TraceLines(board, "sound").front()["t"].get<double>();
     Telnet(board, command);
     double at = 0;
-    WaitUntil(10, [&] { return (at = TimeInTrace(board, event, "analog", "at")) > sent; });
+    WaitUntil(10, [&] { return (at = TimeInTrace(board, event, "analog", "at", source)) > sent; });
     return (at - sent) / 1000;
 }
 
 static void MeasureChanges(const Board& board) {
     struct Change {
         const char *what, *silence, *sound;
+        const char *event = "no longer heard", *source = "microphone1";  // what the analog output tells of the former
     };
     static constexpr Change kChanges[] = {
         {.what = "gain of the microphone", .silence = "$AIN1_166$", .sound = "$AIN1_0$"},
         {.what = "gain of the output", .silence = "$AOUT1_166$", .sound = "$AOUT1_0$"},
-        {.what = "route: a new pipeline", .silence = "$AOUTANALOG_0$", .sound = "$AOUTANALOG_255$"},
+        {.what = "route: a new pipeline",
+         .silence = "$AOUTANALOG_0$",
+         .sound = "$AOUTANALOG_255$",
+         .event = "heard",
+         .source = "fpga"},
     };
     printf("\n%-44s %8s %8s\n", "command to analog output, ms", "median", "maximum");
     for (const Change& change : kChanges) {
         std::vector<double> silent, sounding;
         for (int i = 0; i < kOnsets; ++i) {
-            silent.push_back(MillisecondsTo(board, "no longer heard", change.silence));
+            silent.push_back(MillisecondsTo(board, change.silence, change.event, change.source));
             Pause(2);
-            sounding.push_back(MillisecondsTo(board, "heard", change.sound));
+            sounding.push_back(MillisecondsTo(board, change.sound, "heard"));
             Pause(2);
         }
         PrintTimes((std::string(change.what) + ", silenced").c_str(), silent);
