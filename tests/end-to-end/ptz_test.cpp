@@ -37,7 +37,7 @@ static const Model kAbsolute = {"Logitech PTZ Pro 2",
 static const Model kBySpeed = {"AVer CAM520 Pro2",
                                {{kZoom, 100, 1200, 1, 100}, {kPanSpeed, -24, 24, 1, 0}, {kTiltSpeed, -24, 24, 1, 0}},
                                {{0x08, 0x05, {0}}, {0x05, 0x12, {1, 0, 2}}}};
-static const Model kEndless = {"Turntable", {{kPan, -1000000, 1000000, 1, 0}}};  // 7 seconds to its end
+static const Model kWide = {"Turntable", {{kPan, -1000000, 1000000, 1, 0}}};  // 7 seconds to either end
 
 // The profile's file.
 static std::string Profile(const Board& board, const std::string& name, const Model& model) {
@@ -280,18 +280,18 @@ TEST(Ptz, OneNumberMeansTheCameraOnDisplay) {
 }
 
 TEST(Ptz, WorkersEndByThemselves) {
-    const Board board = StartCameras(kEndless, kBySpeed);
+    const Board board = StartCameras(kWide, kBySpeed);
     const auto pan = [&] { return ValueOf(board, 1, "pan"); };
-    const auto movesOn = [&](int direction) {
-        const int before = pan();
-        return WaitUntil(10, [&] { return (pan() - before) * direction > 0; });
+    const auto sendOff = [&] {  // away from the nearer end
+        const int before = pan(), way = before > 0 ? -1 : 1;
+        Command(board, "<PAN 1 " + std::to_string(2 * way) + ">");
+        return WaitUntil(10, [&] { return (pan() - before) * way > 0; });
     };
     Command(board, "<PAN 1 1>");
-    EXPECT_TRUE(movesOn(+1));
+    EXPECT_TRUE(WaitUntil(10, [&] { return pan() > 0; }));
     EXPECT_EQ(Workers(board), 1);
-    Command(board, "<PAN 1 -1>");  // both go the new way
-    EXPECT_TRUE(movesOn(-1));
-    EXPECT_EQ(Workers(board), 2);
+    Command(board, "<PAN 1 -1>");  // both go the new way: against each other they would come nowhere
+    EXPECT_TRUE(WaitUntil(10, [&] { return pan() < -100'000; }));
     EXPECT_EQ(Ctl(board, {"fault", "camera", "1", "stuck"}).status, 0);
     EXPECT_TRUE(WaitForWorkers(board, 0)) << "the camera does not follow: nothing to do";
     EXPECT_EQ(Ctl(board, {"fault", "camera", "1", "off"}).status, 0);
@@ -300,13 +300,12 @@ TEST(Ptz, WorkersEndByThemselves) {
     Command(board, "<TILT 2 0>");  // any 0 ends them all
     EXPECT_TRUE(WaitForWorkers(board, 0));
 
-    Command(board, "<PAN 1 1>");
-    EXPECT_TRUE(movesOn(+1));
+    EXPECT_TRUE(sendOff());
     Ctl(board, {"camera", "1", "unplug"});
     EXPECT_TRUE(WaitForWorkers(board, 0)) << "in mid-move";
-    Ctl(board, {"camera", "1", "plug", Profile(board, "first", kEndless)});
+    Ctl(board, {"camera", "1", "plug", Profile(board, "first", kWide)});
     EXPECT_TRUE(WaitUntil(20, [&] { return IsAccepted(Command(board, "<PAN 1 1>")); }));
-    EXPECT_TRUE(movesOn(+1));
+    EXPECT_TRUE(sendOff());
     Command(board, "<PAN 1 0>");
     EXPECT_TRUE(WaitForWorkers(board, 0));
 }
