@@ -23,6 +23,7 @@ struct BoardOptions {
     std::string monitor = "1080p60";       // EDID name or "none"
     std::string panel = "keypad";          // "keypad", "expander" or "none"
     int httpPort = 0, telnetPort = 0;      // of the host's loopback; 0: any free one
+    int pagePort = 0;                      // of the host's loopback; 0: no page, or kAutoPagePort
     bool restart = true;                   // false: the emulator ends with the daemon's exit status
     std::vector<std::string> arguments;    // for the daemon
     std::vector<std::string> environment;  // NAME=VALUE, for the daemon besides the board's own

@@ -250,3 +250,16 @@ VerbAnswer CameraFaultVerb(const VerbWords& words) {
     Trace("fault", {{"camera", camera}, {"fault", words[1]}});
     return {};
 }
+
+// ---- What a page shows
+
+Json CameraSummary(int camera) {
+    const CameraPort& port = PortOf(camera);
+    if (!port.plugged) return nullptr;
+    Json summary{{"profile", port.plugged->name}, {"card", port.plugged->card}, {"connected", port.device != nullptr}};
+    summary["controls"] = std::ranges::find(kControlFaults, port.controlFault, &ControlFaultWord::fault)->word;
+    if (!port.device) return summary;
+    summary["delivery"] = std::ranges::find(kDeliveries, DeliveryOf(*port.device), &DeliveryWord::delivery)->word;
+    summary["streaming"] = IsStreaming(*port.device);
+    return summary;
+}

@@ -26,5 +26,8 @@ void UsbHostBound(int host, bool bound);
 void OnCameraPlug(void (*changed)(int camera, const CameraProfile* profile));
 const CameraProfile* ConnectedCamera(int camera);  // what the board's USB sees on this port now; null: nothing
 
+// What hands did to the port and what the daemon does with it; null when nothing is plugged.
+Json CameraSummary(int camera);
+
 VerbAnswer CameraVerb(const VerbWords& words);       // camera N [plug PROFILE | unplug | stall | resume | garbage]
 VerbAnswer CameraFaultVerb(const VerbWords& words);  // fault camera N query|read|write|stuck|off

@@ -23,6 +23,7 @@ struct Outlet {
 };
 
 static constexpr size_t kHistoryBytes = 256 * 1024;
+static constexpr size_t kFollowedBytes = 8 * 1024;  // of the history, that a follower starts with
 static constexpr size_t kPendingBytes = 64 * 1024;
 static constexpr int64_t kAnswerTime = 1'000'000;  // microseconds
 // A pipe that polls writable takes at least so much without blocking.
@@ -44,6 +45,7 @@ static bool Writable(int descriptor) {
 }
 
 static void Remember(std::string_view text) {
+    PassToFollowers(Feed::kConsole, text);
     history += text;
     historyTotal += text.size();
     if (history.size() > 2 * kHistoryBytes) history.erase(0, history.size() - kHistoryBytes);
@@ -201,6 +203,10 @@ static std::string HistorySince(uint64_t mark) {
 
 VerbAnswer ConsoleVerb(const VerbWords& words) {
     if (words.empty()) return {.text = HistorySince(historyTotal - std::min<uint64_t>(historyTotal, kHistoryBytes))};
+    if (words[0] == "--follow") {
+        const uint64_t shown = std::min<uint64_t>(historyTotal, kFollowedBytes);
+        return {.text = HistorySince(historyTotal - shown), .follow = Feed::kConsole};
+    }
     for (const std::string& word : words) pending += (&word == &words.front() ? "" : " ") + word;
     pending += '\n';
     uint64_t id = LaterAnswer(), mark = historyTotal;

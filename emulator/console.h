@@ -10,4 +10,4 @@ DaemonStreams OpenConsole();                          // for a daemon about to s
 void CloseConsoleEnds(const DaemonStreams& streams);  // once it has them
 void CloseConsole();                                  // after its end: first passes on the last of its output
 
-VerbAnswer ConsoleVerb(const VerbWords& words);  // console [TEXT]
+VerbAnswer ConsoleVerb(const VerbWords& words);  // console [TEXT | --follow]

@@ -15,13 +15,14 @@
 #include <string>
 
 #include "supervisor.h"
+#include "text.h"
 #include "trace.h"
 
 struct Client {
     std::string request;  // until its side is shut
     std::string outgoing = {};
     uint64_t later = 0;  // waits for this answer
-    bool follows = false;
+    Feed follows = Feed::kNone;
     bool answered = false;
 };
 
@@ -56,6 +57,23 @@ static VerbAnswer Run(const VerbWords& words) {
     return Bad("there is no verb \"" + words[0] + "\"; without a verb, ctl lists them");
 }
 
+std::optional<Listing> ParseListing(const VerbWords& words) {
+    Listing listing;
+    for (size_t at = 0; at < words.size(); ++at) {
+        const bool last = words[at] == "--last" && at + 1 < words.size();
+        const std::optional<unsigned> number = last ? ParseNumber(words[++at], UINT32_MAX) : std::nullopt;
+        if (number)
+            listing.newest = *number;
+        else if (!last && words[at] == "--follow")
+            listing.follow = true;
+        else if (!last && words[at] == "--clear")
+            listing.clear = true;
+        else
+            return std::nullopt;
+    }
+    return listing;
+}
+
 // Clients
 
 static void Leave(int client) {
@@ -75,7 +93,7 @@ static bool SendPending(int descriptor) {
         client.outgoing.erase(0, size_t(size));
     }
     if (client.outgoing.size() > kBacklogLimit) return Leave(descriptor), false;
-    if (client.outgoing.empty() && client.answered && !client.follows) return Leave(descriptor), false;
+    if (client.outgoing.empty() && client.answered && client.follows == Feed::kNone) return Leave(descriptor), false;
     uint32_t events = client.outgoing.empty() ? 0 : uint32_t{EPOLLOUT};
     WatchDescriptor(
         descriptor, [descriptor](uint32_t now) { now& EPOLLHUP ? Leave(descriptor) : (void)SendPending(descriptor); },
@@ -99,11 +117,11 @@ void AnswerLater(uint64_t id, const VerbAnswer& answer) {
         if (client.later == id) return SendAnswer(descriptor, answer);
 }
 
-static void TakeTraceLine(const std::string& line) {
+void PassToFollowers(Feed feed, std::string_view text) {
     for (auto next = clients.begin(); next != clients.end();) {
         auto& [descriptor, client] = *next++;  // sending may end it
-        if (!client.follows) continue;
-        client.outgoing.append(line).push_back('\n');
+        if (client.follows != feed) continue;
+        client.outgoing.append(text);
         SendPending(descriptor);
     }
 }
@@ -155,7 +173,7 @@ bool OpenControl(const std::string& folder) {
     close(there);
     if (!open) return false;
     WatchDescriptor(listening, [](uint32_t) { TakeClient(); });
-    OnTrace(TakeTraceLine);
+    OnTrace([](const std::string& line) { PassToFollowers(Feed::kTrace, line + '\n'); });
     return true;
 }
 

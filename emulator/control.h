@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -10,11 +11,14 @@
 
 using VerbWords = std::vector<std::string>;  // the words after the verb
 
+// What a client can follow: what comes is passed on to it until it leaves.
+enum class Feed { kNone, kTrace, kJournal, kConsole };
+
 struct VerbAnswer {
     bool good = true;
     std::string text = {};  // result, or what is wrong; no final newline needed
     uint64_t later = 0;     // of LaterAnswer(): the answer follows, see below
-    bool follow = false;    // the trace's new lines follow until the client leaves
+    Feed follow = Feed::kNone;
 };
 
 struct Verb {
@@ -28,7 +32,16 @@ struct Verb {
 uint64_t LaterAnswer();
 void AnswerLater(uint64_t id, const VerbAnswer& answer);
 
+void PassToFollowers(Feed feed, std::string_view text);  // lines with their newline
+
 std::span<const Verb> Verbs();  // the table, verbs.cpp
+
+// The words [--last N] [--follow] [--clear] of a verb that prints what was recorded; nothing when there are others.
+struct Listing {
+    size_t newest = SIZE_MAX;  // lines
+    bool follow = false, clear = false;
+};
+std::optional<Listing> ParseListing(const VerbWords& words);
 
 VerbAnswer Bad(std::string text);         // {false, text}
 VerbAnswer Usage(std::string_view word);  // {false, "usage: ..."} of that verb

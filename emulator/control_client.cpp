@@ -75,10 +75,17 @@ static int PrintAnswer(int server) {
     return status == '0' ? 0 : 1;
 }
 
-static int AskBoard(const fs::path& folder, const std::vector<std::string>& words) {
+int SendVerb(const fs::path& folder, const std::vector<std::string>& words) {
     int server = Connect(folder);
+    if (server < 0 || SendWords(server, words)) return server;
+    close(server);
+    return -1;
+}
+
+static int AskBoard(const fs::path& folder, const std::vector<std::string>& words) {
+    int server = SendVerb(folder, words);
     if (server < 0) return Complain("No board is running in " + folder.string() + ".");
-    int status = SendWords(server, words) ? PrintAnswer(server) : Complain("The board is gone.");
+    int status = PrintAnswer(server);
     close(server);
     return status;
 }

@@ -109,6 +109,14 @@ bool OpenOnFaultyDisk(const TrappedCall& call, const std::string& path, int flag
     return true;
 }
 
+static constexpr std::array kDiskWords{"off", "full", "readonly"};  // by DiskFault
+
+Json FaultSummary() {
+    Json summary{{"disk", kDiskWords.at(size_t(disk))}, {"tools", Json::object()}};
+    for (const auto& [name, fault] : tools) summary["tools"][name] = fault->word;
+    return summary;
+}
+
 static VerbAnswer SetDisk(DiskFault fault) {
     int error = RemountHome(fault == DiskFault::kReadOnly);
     if (error == -EBUSY) return Bad("a file of /home/root is open for writing");
@@ -135,9 +143,8 @@ struct FaultKind {
     VerbAnswer (*run)(const VerbWords& words);
 };
 static constexpr std::array kKinds{
-    FaultKind{"tool", ToolFaultVerb},         FaultKind{"disk", DiskFaultVerb},   FaultKind{"i2c", I2cFaultVerb},
-    FaultKind{"camera", CameraFaultVerb},     FaultKind{"sound", SoundFaultVerb},
-    FaultKind{"expander", ExpanderFaultVerb},
+    FaultKind{"tool", ToolFaultVerb},     FaultKind{"disk", DiskFaultVerb},   FaultKind{"i2c", I2cFaultVerb},
+    FaultKind{"camera", CameraFaultVerb}, FaultKind{"sound", SoundFaultVerb}, FaultKind{"expander", ExpanderFaultVerb},
 };
 
 VerbAnswer FaultVerb(const VerbWords& words) {

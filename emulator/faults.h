@@ -5,6 +5,7 @@
 #include <string>
 
 #include "control.h"
+#include "trace.h"
 #include "trapped_call.h"
 
 // Answers an open(2) for writing below /home/root as a full disk does; false: the disk is in order for this one.
@@ -13,4 +14,5 @@ bool OpenOnFaultyDisk(const TrappedCall& call, const std::string& path, int flag
 bool IsToolAbsent(const std::string& path);  // the program must not be found
 void PowerOnFaults();                        // the walls stand: puts them up again
 
+Json FaultSummary();                           // {"disk": "off", "tools": {NAME: "hang"}}
 VerbAnswer FaultVerb(const VerbWords& words);  // fault tool ... | disk ... | i2c ... | ...

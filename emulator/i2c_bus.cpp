@@ -256,3 +256,9 @@ VerbAnswer I2cFaultVerb(const VerbWords& words) {
     for (const int bus : kBuses) WakeModel(kI2cModel, bus);
     return {};
 }
+
+Json I2cFaultSummary() {
+    Json summary = Json::object();
+    for (const auto& [address, fault] : faults) summary[Hex(address)] = fault.kind == Fault::kHang ? "hang" : "nak";
+    return summary;
+}

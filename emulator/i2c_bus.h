@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "control.h"
+#include "trace.h"
 
 struct I2cDevice {
     std::string_view name;
@@ -33,4 +34,5 @@ void AddI2cDevice(I2cDevice& device);
 void PowerOnI2c();
 
 VerbAnswer I2cVerb(const VerbWords& words);       // i2c: every register map
+Json I2cFaultSummary();                           // {"08": "nak"}
 VerbAnswer I2cFaultVerb(const VerbWords& words);  // ADDRESS nak [N] | hang | off

@@ -7,6 +7,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -92,7 +93,12 @@ static void RewriteTextFile() {
     fflush(textFile);
 }
 
+static std::string ShownLine(const JournalEntry& entry) {
+    return Text("%c %s\n", entry.priority, entry.message.c_str());
+}
+
 static void Keep(JournalEntry entry) {
+    PassToFollowers(Feed::kJournal, ShownLine(entry));
     std::string line = JournalctlLine(entry);
     entries.push_back({std::move(entry), std::move(line)});
     if (entries.size() > kJournalEntries) entries.pop_front();
@@ -173,8 +179,10 @@ void PowerOnJournal() {
 }
 
 VerbAnswer JournalVerb(const VerbWords& words) {
-    if (!words.empty()) return Usage("journal");
-    std::string text;
-    for (const KeptEntry& kept : entries) text += Text("%c %s\n", kept.entry.priority, kept.entry.message.c_str());
-    return {.good = true, .text = text};
+    const std::optional<Listing> listing = ParseListing(words);
+    if (!listing || listing->clear) return Usage("journal");
+    VerbAnswer answer{.follow = listing->follow ? Feed::kJournal : Feed::kNone};
+    for (size_t at = entries.size() - std::min(listing->newest, entries.size()); at < entries.size(); ++at)
+        answer.text += ShownLine(entries[at].entry);
+    return answer;
 }

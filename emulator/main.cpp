@@ -18,6 +18,7 @@
 #include <string_view>
 #include <vector>
 
+#include "bench_page.h"
 #include "board.h"
 #include "camera_profiles.h"
 #include "control.h"
@@ -25,6 +26,7 @@
 #include "event_loop.h"
 #include "hdmi_receiver.h"
 #include "monitor.h"
+#include "page_server.h"
 #include "port_forward.h"
 #include "sandbox.h"
 #include "sound_profiles.h"
@@ -68,6 +70,19 @@ static std::string TakePort(int& port, const std::string& text) {
 static std::string TakeHttpPort(const std::string& text) { return TakePort(Board.httpPort, text); }
 static std::string TakeTelnetPort(const std::string& text) { return TakePort(Board.telnetPort, text); }
 
+static std::string TakePagePort(const std::string& text) {
+    Board.pagePort = kAutoPagePort;
+    return text == "auto" || TakeNumber(text, 65535, Board.pagePort)
+               ? ""
+               : "a page's port is a number from 0 to 65535, 0 for none, or auto";
+}
+
+static int pageSocket = -1;  // of `page`: inherited, already listening
+
+static std::string TakeSocket(const std::string& text) {
+    return TakeNumber(text, 65535, pageSocket) ? "" : "a socket is a number";
+}
+
 static std::string TakeCamera(std::string& camera, const std::string& profile) {
     camera = profile;
     return LoadCameraProfile(profile).error;
@@ -103,13 +118,19 @@ static std::string TakeTopBoard(const std::string&) { return Board.topBoard = tr
 static std::string TakeNoRestart(const std::string&) { return Board.restart = false, ""; }
 
 static constexpr std::array kRunOptions{
-    Option{"--daemon", "PATH", TakeDaemon},       Option{"--board", "DIR", TakeBoard},
-    Option{"--device-id", "N", TakeDeviceId},     Option{"--old-kernel", nullptr, TakeOldKernel},
-    Option{"--top-board", nullptr, TakeTopBoard}, Option{"--panel", "keypad|expander|none", TakePanel},
-    Option{"--camera1", "PROFILE", TakeCamera1},  Option{"--camera2", "PROFILE", TakeCamera2},
-    Option{"--hdmi-in", "WxHpR", TakeHdmiIn},     Option{"--monitor", "EDID|none", TakeMonitor},
-    Option{"--env", "NAME=VALUE", TakeVariable},  Option{"--http", "PORT", TakeHttpPort},
-    Option{"--telnet", "PORT", TakeTelnetPort},   Option{"--no-restart", nullptr, TakeNoRestart},
+    Option{"--daemon", "PATH", TakeDaemon},         Option{"--board", "DIR", TakeBoard},
+    Option{"--device-id", "N", TakeDeviceId},       Option{"--old-kernel", nullptr, TakeOldKernel},
+    Option{"--top-board", nullptr, TakeTopBoard},   Option{"--panel", "keypad|expander|none", TakePanel},
+    Option{"--camera1", "PROFILE", TakeCamera1},    Option{"--camera2", "PROFILE", TakeCamera2},
+    Option{"--hdmi-in", "WxHpR", TakeHdmiIn},       Option{"--monitor", "EDID|none", TakeMonitor},
+    Option{"--env", "NAME=VALUE", TakeVariable},    Option{"--http", "PORT", TakeHttpPort},
+    Option{"--telnet", "PORT", TakeTelnetPort},     Option{"--page", "PORT|auto", TakePagePort},
+    Option{"--no-restart", nullptr, TakeNoRestart},
+};
+static constexpr std::array kPageOptions{
+    Option{"--board", "DIR", TakeBoard},
+    Option{"--page", "PORT|auto", TakePagePort},
+    Option{"--socket", "DESCRIPTOR", TakeSocket},
 };
 static constexpr std::array kCtlOptions{Option{"--board", "DIR", TakeBoard}};
 
@@ -119,6 +140,7 @@ static int ShowUsage(FILE* to) {
         fprintf(to, " [%s%s%s]", option.name.data(), option.value ? " " : "", option.value ? option.value : "");
     fputs(
         " [-- DAEMON-ARGUMENTS]\n"
+        "       tessel-emulator page [--board DIR] [--page PORT|auto]\n"
         "       tessel-emulator ctl [--board DIR] VERB ...\n"
         "       tessel-emulator profiles\n",
         to);
@@ -200,11 +222,15 @@ static int RunBoard(Arguments arguments) {
     if (!FindDaemon()) return kWrongUse;
     RaiseDescriptorLimit();
     WatchSignals();
+    const int page = Board.pagePort != 0 ? OpenPagePort(Board.pagePort) : -1;
+    if (Board.pagePort != 0 && page < 0) return 1;
     AnswerFirst();
     int status = 1;
     if (OpenBoard() && OpenControl(Board.folder)) {
         fprintf(stderr, "Board: %s\n", Board.folder.c_str());
+        if (page >= 0) StartPage(page);
         if (OpenPorts() && PowerOnBoard()) status = RunEvents();
+        StopPage();
         ClosePorts();
         CloseControl();
     }
@@ -219,6 +245,16 @@ static int Control(Arguments arguments) {
     if (Board.folder.empty()) Board.folder = OnlyBoard();
     if (Board.folder.empty()) return 1;
     return RunVerb(Board.folder, {arguments.begin(), arguments.end()});
+}
+
+static int ShowPage(Arguments arguments) {
+    Board.pagePort = kAutoPagePort;
+    if (!TakeOptions(arguments, kPageOptions)) return kWrongUse;
+    if (Board.folder.empty()) Board.folder = OnlyBoard();
+    if (Board.folder.empty()) return 1;
+    signal(SIGPIPE, SIG_IGN);
+    if (pageSocket < 0) pageSocket = OpenPagePort(Board.pagePort);
+    return pageSocket < 0 ? 1 : ServePage(pageSocket);
 }
 
 static int ListProfiles(Arguments) {
@@ -237,6 +273,7 @@ struct Command {
 };
 static constexpr std::array kCommands{
     Command{"run", RunBoard},
+    Command{"page", ShowPage},
     Command{"ctl", Control},
     Command{"profiles", ListProfiles},
     Command{"--help", [](Arguments) { return ShowUsage(stdout); }},

@@ -242,5 +242,6 @@ void ResetConnections() {
 Json PortStatus() {
     Json status;
     for (const Port& port : ports) status[port.name] = port.number;
+    if (Board.pagePort > 0) status["page"] = Board.pagePort;
     return status;
 }

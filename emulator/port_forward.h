@@ -15,4 +15,4 @@ bool OpenPorts();         // as Board says, and prints where they are; false, wi
 void ClosePorts();        // harmless when they are not open
 void ResetConnections();  // the board's power is gone
 
-Json PortStatus();  // {"http": N, "telnet": N}
+Json PortStatus();  // {"http": N, "telnet": N, "page": N}

@@ -108,12 +108,19 @@ static size_t CountProcesses() {
     return count > 0 ? count - 1 : 0;
 }
 
-Json ServiceStatus() {
+pid_t ServiceProcess() { return process; }
+
+Json ServiceSummary() {
     Json status{{"pid", process}, {"state", StateName()}, {"starts", starts}};
     if (lastStatus >= 0) status["exit"] = lastStatus;
+    if (process != 0) status["uptime"] = double(NowMicroseconds() - startedAt) / 1e6;
+    return status;
+}
+
+Json ServiceStatus() {
+    Json status = ServiceSummary();
     if (process == 0) return status;
     std::string folder = "/proc/" + std::to_string(process);
-    status["uptime"] = double(NowMicroseconds() - startedAt) / 1e6;
     status["descriptors"] = CountEntries(folder + "/fd");
     status["threads"] = CountEntries(folder + "/task");
     status["processes"] = CountProcesses();

@@ -2,6 +2,7 @@
 // Without restarts, the daemon's end is the emulator's. Supervisor's thread; nothing blocks.
 #pragma once
 
+#include <sys/types.h>
 #include <string>
 
 #include "trace.h"
@@ -11,4 +12,6 @@ void StopService();           // power off: no more starts
 bool ServiceOutlivesReset();  // false: a reset kills the daemon and with it, without restarts, the emulator ends
 void EndService(int status);  // of the emulator
 
-Json ServiceStatus();  // {"pid", "state", "starts", "uptime", "descriptors", "threads", "exit"}
+pid_t ServiceProcess();  // the daemon as the host numbers it; 0: it does not run
+Json ServiceSummary();   // {"pid", "state", "starts", "uptime", "exit"}
+Json ServiceStatus();    // the same with "descriptors", "threads", "processes": takes a millisecond

@@ -301,6 +301,8 @@ static std::string UnplugDevice(int number) {
     return {};
 }
 
+std::string PluggedSound(int port) { return PortOf(port).plugged ? PortOf(port).plugged->name : ""; }
+
 VerbAnswer SoundVerb(const VerbWords& words) {
     const bool known = words.size() >= 2 && (words[0] == "1" || words[0] == "2");
     const bool plug = known && words.size() == 3 && words[1] == "plug";

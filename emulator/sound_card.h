@@ -9,10 +9,18 @@
 // Supervisor's thread; nothing blocks.
 #pragma once
 
+#include <string>
+
 #include "control.h"
+#include "trace.h"
 
 void PowerOnSound();                        // before the cameras
 void SoundHostBound(int host, bool bound);  // a USB host controller takes its devices with it and brings them back
+
+std::string PluggedSound(int port);  // the sound device on camera port 1 or 2, empty: none
+
+// What can be drawn several times a second: per output that has a card, its level and the sources heard.
+Json SoundLevels();
 
 VerbAnswer AudioVerb(const VerbWords& words);       // audio: what every output plays and every input has given
 VerbAnswer ToneVerb(const VerbWords& words);        // tone SOURCE on|off

@@ -8,6 +8,8 @@
 
 static constexpr double kTold = -70;  // dB: below that a tone is not listed
 
+static constexpr double kAudible = -60;  // of a quick look: the window's neighbours stay below
+
 static double Rounded(double value) { return std::round(value * 100) / 100; }
 
 // The newest fifth of a second that the output was given.
@@ -69,6 +71,35 @@ VerbAnswer AudioVerb(const VerbWords& words) {
         if (!source.empty()) inputs[std::string(source)] = InputReport(SoundPlace(place));
     }
     return {.text = Json{{"outputs", outputs}, {"inputs", inputs}}.dump(4)};
+}
+
+// The few known tones instead of a spectrum: a page asks ten times a second.
+static Json QuickLook(SoundPlace place, const SoundStream* running) {
+    const PlaceState& state = SoundPlaces[place];
+    Json look{{"running", running != nullptr}, {"level", kSilence}, {"tones", Json::array()}};
+    if (state.busy || state.gone) look["fault"] = state.busy ? "busy" : "gone";
+    if (running == nullptr) return look;
+    const SoundHistory& history = running->history;
+    const double level = Level(Newest(history, history.rate / 20));
+    look["level"] = Rounded(level);
+    if (level <= kTold) return look;
+    const std::vector<int16_t> samples = Newest(history, history.rate / 50);
+    const auto tell = [&](std::string_view source, unsigned frequency) {
+        if (frequency > 0 && ToneLevel(samples, frequency, history.rate) > kAudible) look["tones"].push_back(source);
+    };
+    for (const SoundPlaceRow& row : kSoundPlaces) tell(row.source, row.tone);
+    tell("test", kTestTone);
+    return look;
+}
+
+Json SoundLevels() {
+    Json levels = Json::object();
+    for (size_t place = 0; place < kSoundPlaces.size(); ++place) {
+        SoundStream* running = nullptr;
+        if (StreamReport(SoundPlace(place), kPlayback, running)["card"].is_null() && !SoundPlaces[place].gone) continue;
+        levels[std::string(kSoundPlaces[place].name)] = QuickLook(SoundPlace(place), running);
+    }
+    return levels;
 }
 
 // The line in the trace has the moment: the first sample of the tone is captured then.

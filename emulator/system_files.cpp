@@ -98,6 +98,9 @@ static bool lanPlugged = true;
 static long temperature = 47'250;  // thousandths of a degree
 
 bool LanPlugged() { return lanPlugged; }
+double TemperatureNow() { return double(temperature) / 1000; }
+
+void WriteDeviceId(int number) { WriteBoardFile(kConfiguration, Text("DEVICEID=%d\n", number)); }
 
 void WriteKernelLog(const std::string& line) {
     std::ofstream(HostPath("/opt/board/state/kernel.log"), std::ios::app) << line << '\n';
@@ -162,7 +165,7 @@ void PowerOnSystemFiles() {
     static bool firstPowerOn = true;
     WriteFlash();
     // The variant is given at the start of the emulator; later it is the daemon's to change.
-    if (firstPowerOn && Board.deviceId >= 0) WriteBoardFile(kConfiguration, Text("DEVICEID=%d\n", Board.deviceId));
+    if (firstPowerOn && Board.deviceId >= 0) WriteDeviceId(Board.deviceId);
     firstPowerOn = false;
     for (const PlainFile& file : kVolatileFiles) WriteBoardFile(file.path, file.text);
     OnCameraPlug(ShowUsbDescription);

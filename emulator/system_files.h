@@ -12,6 +12,8 @@ void PowerOnSystemFiles();
 
 void WriteKernelLog(const std::string& line);  // appends it, as dmesg shows it
 bool LanPlugged();
+double TemperatureNow();         // degrees Celsius
+void WriteDeviceId(int number);  // into the daemon's configuration, as the factory does
 
 VerbAnswer LanVerb(const VerbWords& words);
 VerbAnswer TemperatureVerb(const VerbWords& words);

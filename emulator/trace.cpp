@@ -1,5 +1,6 @@
 #include "trace.h"
 
+#include <algorithm>
 #include <deque>
 #include <map>
 #include <utility>
@@ -49,9 +50,10 @@ bool IsPolling(std::string_view kind, unsigned place, std::string_view content) 
     return ++repetition.count > kRepeatsKept;
 }
 
-std::string TraceText() {
+std::string TraceText(size_t newest) {
     std::string text;
-    for (const std::string& line : lines) text.append(line).push_back('\n');
+    for (size_t at = lines.size() - std::min(newest, lines.size()); at < lines.size(); ++at)
+        text.append(lines[at]).push_back('\n');
     return text;
 }
 

@@ -23,5 +23,5 @@ void ClearTrace();
 // must be a literal: it is kept.
 bool IsPolling(std::string_view kind, unsigned place, std::string_view content);
 
-std::string TraceText();                                  // every line kept
+std::string TraceText(size_t newest = SIZE_MAX);          // so many lines at most
 void OnTrace(void (*followed)(const std::string& line));  // one follower; lines without newline

@@ -208,6 +208,10 @@ void RemoveCaptureDevice(CaptureDevice& device) {
 
 void SetDelivery(CaptureDevice& device, Delivery delivery) { device.delivery = delivery; }
 
+bool IsStreaming(const CaptureDevice& device) { return device.streaming; }
+
+Delivery DeliveryOf(const CaptureDevice& device) { return device.delivery; }
+
 void SetControlFault(CaptureDevice& device, ControlFault fault) { device.controlFault = fault; }
 
 int TellRequest(const CaptureCall& call, const char* request, Json fields, int result) {

@@ -97,6 +97,9 @@ void SetDelivery(CaptureDevice& device, Delivery delivery);
 
 void SetControlFault(CaptureDevice& device, ControlFault fault);
 
+bool IsStreaming(const CaptureDevice& device);
+Delivery DeliveryOf(const CaptureDevice& device);
+
 // Node, controls with their values, ranges and positions, data of the extension units.
 Json DescribeCapture(const CaptureDevice& device);
 

@@ -1,8 +1,10 @@
 // The table of verbs, and the few verbs that belong to the board as a whole.
 
+#include <algorithm>
 #include <array>
 #include <string>
 
+#include "bench_state.h"
 #include "board.h"
 #include "camera.h"
 #include "console.h"
@@ -20,41 +22,25 @@
 #include "sandbox.h"
 #include "serial_line.h"
 #include "service_manager.h"
+#include "settings_record.h"
 #include "sound_card.h"
 #include "supervisor.h"
 #include "system_files.h"
+#include "telnet_line.h"
+#include "text.h"
 #include "trace.h"
 #include "watchdog.h"
 
 static VerbAnswer TraceVerb(const VerbWords& words) {
-    bool follow = false, clear = false;
-    for (const std::string& word : words) {
-        if (word != "--follow" && word != "--clear") return Usage("trace");
-        (word == "--follow" ? follow : clear) = true;
-    }
-    VerbAnswer answer{.text = clear ? "" : TraceText(), .follow = follow};
-    if (clear) ClearTrace();
-    return answer;
-}
-
-static Json PanelLeds() {
-    if (Board.panel == "none") return nullptr;
-    Json leds{{"form", Board.panel}};
-    leds.update(Board.panel == "keypad" ? KeypadLeds() : ExpanderLeds());
-    return leds;
+    const std::optional<Listing> listing = ParseListing(words);
+    if (!listing) return Usage("trace");
+    if (listing->clear) ClearTrace();
+    return {.text = TraceText(listing->newest), .follow = listing->follow ? Feed::kTrace : Feed::kNone};
 }
 
 static VerbAnswer LedsVerb(const VerbWords& words) {
     if (!words.empty()) return Usage("leds");
-    Json leds = GpioLeds();
-    leds["panel"] = PanelLeds();
-    return {.text = leds.dump(4)};
-}
-
-static Json SignalStatus(const HdmiSignal& signal) {
-    if (!signal.present) return nullptr;
-    return std::to_string(signal.width) + "x" + std::to_string(signal.height) + (signal.interlaced ? "i" : "p") +
-           std::to_string(signal.rate);
+    return {.text = LedsNow().dump(4)};
 }
 
 static Json CameraStatus(int camera) {
@@ -71,7 +57,7 @@ static VerbAnswer StatusVerb(const VerbWords& words) {
         {"daemon", ServiceStatus()},
         {"camera1", CameraStatus(1)},
         {"camera2", CameraStatus(2)},
-        {"hdmi-in", {SignalStatus(HdmiSourceAt(0)), SignalStatus(HdmiSourceAt(1))}},
+        {"hdmi-in", {HdmiSignalText(0), HdmiSignalText(1)}},
         {"monitor", PluggedMonitor()},
         {"panel", Board.panel},
         {"lan", LanPlugged() ? "plugged" : "unplugged"},
@@ -82,8 +68,40 @@ static VerbAnswer StatusVerb(const VerbWords& words) {
     return {.text = status.dump(4)};
 }
 
+// What a board can be made into while its power is off. Nothing when the value is none of that row's.
+struct RebuildRow {
+    std::string_view word;
+    bool (*take)(const std::string& value);
+};
+
+static bool TakeSwitch(const std::string& value, std::string_view on, std::string_view off, bool& to) {
+    if (value == on || value == off) to = value == on;
+    return value == on || value == off;
+}
+
+static constexpr std::array kRebuildRows{
+    RebuildRow{"device-id",
+               [](const std::string& value) {
+                   const std::optional<unsigned> number = ParseNumber(value, 255);
+                   if (number) WriteDeviceId(int(*number));
+                   return number.has_value();
+               }},
+    RebuildRow{"kernel", [](const std::string& value) { return TakeSwitch(value, "old", "new", Board.oldKernel); }},
+    RebuildRow{"top-board", [](const std::string& value) { return TakeSwitch(value, "on", "off", Board.topBoard); }},
+    RebuildRow{"panel",
+               [](const std::string& value) {
+                   const bool known = value == "keypad" || value == "expander" || value == "none";
+                   if (known) Board.panel = value;
+                   return known;
+               }},
+};
+
 static VerbAnswer PowerCycleVerb(const VerbWords& words) {
-    if (!words.empty()) return Usage("power-cycle");
+    if (words.size() % 2 != 0) return Usage("power-cycle");
+    for (size_t at = 0; at < words.size(); at += 2) {
+        const auto row = std::ranges::find(kRebuildRows, std::string_view(words[at]), &RebuildRow::word);
+        if (row == kRebuildRows.end() || !row->take(words[at + 1])) return Usage("power-cycle");
+    }
     ResetBoard("power-cycle");
     return {};
 }
@@ -107,10 +125,13 @@ static constexpr std::array kVerbs{
     Verb{"buttons", "buttons MASK [for MS]", ButtonsVerb},
     Verb{"gpio-button", "gpio-button N press|release", GpioButtonVerb},
     Verb{"serial", "serial TEXT", SerialVerb},
-    Verb{"console", "console [TEXT]", ConsoleVerb},
+    Verb{"telnet", "telnet TEXT", TelnetVerb},
+    Verb{"console", "console [TEXT | --follow]", ConsoleVerb},
     Verb{"audio", "audio", AudioVerb},
     Verb{"tone", "tone SOURCE on|off", ToneVerb},
     Verb{"sound", "sound PORT plug PROFILE | unplug", SoundVerb},
+    Verb{"bench", "bench", BenchVerb},
+    Verb{"settings", "settings", SettingsVerb},
     Verb{"leds", "leds", LedsVerb},
     Verb{"gpio", "gpio", GpioVerb},
     Verb{"i2c", "i2c", I2cVerb},
@@ -121,9 +142,10 @@ static constexpr std::array kVerbs{
          FaultVerb},
     Verb{"temperature", "temperature CELSIUS", TemperatureVerb},
     Verb{"kernel-log", "kernel-log TEXT", KernelLogVerb},
-    Verb{"trace", "trace [--follow] [--clear]", TraceVerb},
-    Verb{"journal", "journal", JournalVerb},
-    Verb{"power-cycle", "power-cycle", PowerCycleVerb},
+    Verb{"trace", "trace [--last N] [--follow] [--clear]", TraceVerb},
+    Verb{"journal", "journal [--last N] [--follow]", JournalVerb},
+    Verb{"power-cycle", "power-cycle [device-id N] [kernel old|new] [top-board on|off] [panel keypad|expander|none]",
+         PowerCycleVerb},
     Verb{"status", "status", StatusVerb},
 };
 

@@ -1,0 +1,96 @@
+#include "bench_state.h"
+
+#include <fstream>
+
+#include "board.h"
+#include "camera.h"
+#include "daemon_memory.h"
+#include "expander.h"
+#include "faults.h"
+#include "framebuffer.h"
+#include "gpio.h"
+#include "hdmi_receiver.h"
+#include "i2c_bus.h"
+#include "keypad.h"
+#include "monitor.h"
+#include "port_forward.h"
+#include "service_manager.h"
+#include "settings_record.h"
+#include "sound_card.h"
+#include "supervisor.h"
+#include "system_files.h"
+#include "watchdog.h"
+
+Json HdmiSignalText(int port) {
+    const HdmiSignal signal = HdmiSourceAt(port);
+    if (!signal.present) return nullptr;
+    return std::to_string(signal.width) + "x" + std::to_string(signal.height) + (signal.interlaced ? "i" : "p") +
+           std::to_string(signal.rate);
+}
+
+Json LedsNow() {
+    Json leds = GpioLeds();
+    leds["panel"] = nullptr;
+    if (Board.panel == "none") return leds;
+    leds["panel"] = {{"form", Board.panel}};
+    leds["panel"].update(Board.panel == "keypad" ? KeypadLeds() : ExpanderLeds());
+    return leds;
+}
+
+// What the daemon takes itself for: its command may have changed the variant since the start.
+static int Variant() {
+    const std::vector<uint8_t> live = DaemonVariable("DeviceId", 1);
+    if (!live.empty()) return live[0];
+    std::ifstream file(HostPath("/home/root/Tesselvisor.conf"));
+    std::string line;
+    std::getline(file, line);
+    return line.starts_with("DEVICEID=") ? atoi(line.c_str() + 9) : 0;
+}
+
+static bool IsBlanked() {
+    std::ifstream file(HostPath("/sys/class/graphics/fb0/blank"));
+    int level = 0;
+    return file >> level && level != 0;
+}
+
+static Json Ports() {
+    return {{"camera", {CameraSummary(1), CameraSummary(2)}},
+            {"sound", {PluggedSound(1), PluggedSound(2)}},
+            {"hdmi-in", {HdmiSignalText(0), HdmiSignalText(1)}},
+            {"monitor", PluggedMonitor()},
+            {"blank", IsBlanked()},
+            {"lan", LanPlugged()},
+            {"jack", GpioLevel(kGpioAudioJack)},
+            {"strap60", GpioLevel(kGpioStrap60)},
+            {"temperature", TemperatureNow()}};
+}
+
+static Json Faults() {
+    Json faults = FaultSummary();
+    faults["i2c"] = I2cFaultSummary();
+    return faults;
+}
+
+VerbAnswer BenchVerb(const VerbWords& words) {
+    if (!words.empty()) return Usage("bench");
+    const WatchdogState watchdog = WatchdogNow();
+    const Json bench{
+        {"board", Board.folder.string()},
+        {"temporary", Board.temporary},
+        {"uptime", int64_t((NowMicroseconds() - PowerOnTime()) / 1'000'000)},
+        {"daemon", ServiceSummary()},
+        {"watchdog", {{"armed", watchdog.armed}, {"time left", watchdog.timeLeft}}},
+        {"identity",
+         {{"device-id", Variant()},
+          {"kernel", Board.oldKernel ? "old" : "new"},
+          {"top-board", Board.topBoard},
+          {"panel", Board.panel}}},
+        {"ports", Ports()},
+        {"leds", LedsNow()},
+        {"sound", SoundLevels()},
+        {"faults", Faults()},
+        {"addresses", PortStatus()},
+        {"settings", SettingsNow()},
+    };
+    return {.text = bench.dump(-1, ' ', false, Json::error_handler_t::replace)};
+}

@@ -1,0 +1,28 @@
+// The daemon's settings record, decoded: 136 bytes as they stand in its memory and in its file. Read live from the
+// running daemon where its program still has its symbols, else from the file it saved last. Supervisor's thread.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "control.h"
+#include "trace.h"
+
+inline constexpr size_t kSettingsBytes = 136;
+
+enum class FieldForm { kByte, kWord, kSigned, kHex, kAddress, kMac, kWindow, kText };
+
+struct SettingsField {
+    std::string_view name;
+    size_t offset;
+    FieldForm form;
+};
+std::span<const SettingsField> SettingsFields();  // in the order of the record; reserved bytes have no row
+
+// {"View": 2, ..., "IpAddress": "192.168.0.57"}. Pure; null for a record of another size.
+Json DescribeSettings(std::span<const uint8_t> record);
+
+Json SettingsNow();  // {"from": "memory" | "file", "fields": {...}}; fields are null when there is neither
+
+VerbAnswer SettingsVerb(const VerbWords& words);
