@@ -248,5 +248,5 @@ export function drawInstruments() {
     addLog();
     addTrace();
     addActions();
-    showInstrument('serial', false);
+    showInstrument('log', false);
 }
