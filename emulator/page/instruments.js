@@ -201,7 +201,8 @@ function addTrace() {
     pause.setAttribute('aria-pressed', 'false');
     const read = lineReader((texts) => paused || lines.add(...texts.map((text) => {
         const { t: time, what, ...rest } = JSON.parse(text);
-        const fields = Object.entries(rest).map(([name, value]) => `${name} ${typeof value === 'string' ? value : JSON.stringify(value)}`);
+        const shown = (value) => typeof value === 'string' ? value : Array.isArray(value) ? value.join(' ') : JSON.stringify(value);
+        const fields = Object.entries(rest).map(([name, value]) => `${name} ${shown(value)}`);
         return { time, what, text: fields.join('  ') };
     })));
     const sheet = addInstrument('trace', 'Trace', make('div', { className: 'filters' }, filter, pause, ...chips), lines.list);

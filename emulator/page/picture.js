@@ -8,7 +8,7 @@ const context = canvas.getContext('2d', { alpha: false });
 let inSight = true, running = false;
 let shown = 0;          // number of the frame that is shown
 let size = '';          // of the display
-let rates = [];         // [time, frame number] of the last second
+let rates = [];         // [time, frame number] of the last seconds
 
 const wantedWidth = () => {
     const width = Math.ceil(canvas.clientWidth * Math.min(devicePixelRatio, 2) / 16) * 16;
@@ -32,7 +32,7 @@ async function takePicture() {
 function countRate(now) {
     if (rates.length && rates.at(-1)[1] > shown) rates = [];
     rates.push([now, shown]);
-    while (rates.length > 2 && now - rates[0][0] > 1500) rates.shift();
+    while (rates.length > 2 && now - rates[0][0] > 3000) rates.shift();
 }
 
 function frameRate(now) {

@@ -1,17 +1,11 @@
 // The control pages in a real browser: a press of a button changes the displayed picture, also behind a reload, and
 // every button and caption stands where it should. Fails without Chromium: a page nobody opened has not been tested.
 #include <gmock/gmock.h>
-#include <poll.h>
-#include <spawn.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <array>
-#include <chrono>
-#include <csignal>
 #include <cstdlib>
 
+#include "browser.h"
 #include "picture_probe.h"
 #include "tcp_client.h"
 
@@ -19,66 +13,11 @@ using testing::ElementsAre;
 using testing::EndsWith;
 using testing::IsEmpty;
 
-static constexpr const char* kScript = TESSEL_BROWSER_SCRIPT;
+static constexpr const char* kScript = "control_page.mjs";
 
 // Chromium opens spare connections that say nothing. Each of them may hold the server for its 5 s before the one with
 // the command is served.
 static constexpr double kPressSeconds = 30;
-static constexpr double kAnswerSeconds = 90;
-
-// ---- The browser: a script that does what a line says and answers with a line ----
-
-struct Browser {
-    pid_t process = -1;
-    int line = -1;  // both ways
-    Browser();
-    Browser(const Browser&) = delete;
-    Browser& operator=(const Browser&) = delete;
-    ~Browser();
-};
-
-Browser::Browser() {
-    std::array<int, 2> ends{};
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return;
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], 0);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], 1);
-    std::string node = "node", script = kScript;
-    const std::array<char*, 3> words{node.data(), script.data(), nullptr};
-    if (posix_spawnp(&process, "node", &actions, nullptr, words.data(), environ) != 0) process = -1;
-    posix_spawn_file_actions_destroy(&actions);
-    close(ends[1]);
-    line = ends[0];
-}
-
-// The end of its input ends the script, and that the browser.
-Browser::~Browser() {
-    if (line >= 0) close(line);
-    if (process < 0) return;
-    const auto ended = [this] { return waitpid(process, nullptr, WNOHANG) == process; };
-    if (WaitUntil(20, ended)) return;
-    kill(process, SIGKILL);
-    waitpid(process, nullptr, 0);
-}
-
-// Never fails a test itself: the answer then has an "error".
-static Json Ask(const Browser& browser, const std::string& request) {
-    if (browser.process < 0) return {{"error", "node does not start; scripts/setup installs it"}};
-    const std::string sent = request + "\n";
-    send(browser.line, sent.data(), sent.size(), MSG_NOSIGNAL);  // lost when it did not start; its answer says why
-    std::string answer;
-    const auto deadline = std::chrono::steady_clock::now() + Seconds(kAnswerSeconds * Patience());
-    while (!answer.ends_with('\n') && std::chrono::steady_clock::now() < deadline) {
-        pollfd waiting{browser.line, POLLIN, 0};
-        std::array<char, 4096> piece;
-        if (poll(&waiting, 1, 1000) <= 0) continue;
-        const ssize_t count = recv(browser.line, piece.data(), piece.size(), 0);
-        if (count <= 0) break;
-        answer.append(piece.data(), size_t(count));
-    }
-    return answer.ends_with('\n') ? Json::parse(answer) : Json{{"error", "no answer to " + request}};
-}
 
 static void Open(const Browser& browser, const std::string& url) {
     const Json answer = Ask(browser, "open " + url);
@@ -163,7 +102,7 @@ static std::string Url(const Board& board) { return "http://127.0.0.1:" + std::t
 
 TEST(ControlPage, ButtonsOfLayouts) {
     const Board board = StartNewBoard({"--camera1", "fullhd-mjpeg", "--camera2", "hd-mjpeg"});
-    const Browser browser;
+    const Browser browser(kScript);
     ASSERT_TRUE(WaitForPicture(board)) << Output(board);
     ASSERT_NO_FATAL_FAILURE(Open(browser, Url(board)));
     for (const Json& layout : Layouts(browser, "views")) {
@@ -191,7 +130,7 @@ TEST(ControlPage, ButtonsOfLayouts) {
 TEST(ControlPage, ButtonsOfInputs) {
     const Board board = StartNewBoard(
         {"--device-id", "1", "--camera1", "fullhd-mjpeg", "--camera2", "hd-mjpeg", "--hdmi-in", "1920x1080p30"});
-    const Browser browser;
+    const Browser browser(kScript);
     ASSERT_TRUE(WaitForPicture(board)) << Output(board);
     ASSERT_EQ(Ctl(board, {"hdmi-in", "1", "1280x720p60"}).status, 0);
     ASSERT_NO_FATAL_FAILURE(Open(browser, Url(board)));
