@@ -74,6 +74,9 @@ static bool IsOwn(MHD_Connection* connection) {
                         port);
 }
 
+// Also what a link on another site leads to.
+static bool MaySeeFiles(MHD_Connection* connection) { return IsOwnRequest(Header(connection, "Host"), "", "", port); }
+
 // ---- Answers
 
 static constexpr const char* kPolicy =
@@ -198,16 +201,20 @@ static constexpr std::array kRoutes{
     Route{"POST", "/verb", CarryOutVerb},
 };
 
+static void Refuse(Request& request) {
+    Finish(request, MHD_HTTP_FORBIDDEN, "This bench serves its own page only.\n", "text/plain");
+}
+
 static void Serve(Request& request) {
-    if (!IsOwn(request.connection))
-        return Finish(request, MHD_HTTP_FORBIDDEN, "This bench serves its own page only.\n", "text/plain");
+    for (const PageFile& file : PageFiles()) {
+        if (file.path != request.path || request.method != "GET") continue;
+        return MaySeeFiles(request.connection) ? Finish(request, MHD_HTTP_OK, file.text, file.type) : Refuse(request);
+    }
+    if (!IsOwn(request.connection)) return Refuse(request);
     if (request.body.size() > kBodyLimit)
         return Finish(request, MHD_HTTP_CONTENT_TOO_LARGE, "Too long.\n", "text/plain");
     for (const Route& route : kRoutes)
         if (route.path == request.path && route.method == request.method) return route.serve(request);
-    for (const PageFile& file : PageFiles())
-        if (file.path == request.path && request.method == "GET")
-            return Finish(request, MHD_HTTP_OK, file.text, file.type);
     Finish(request, MHD_HTTP_NOT_FOUND, "There is nothing here.\n", "text/plain");
 }
 

@@ -68,40 +68,47 @@ static VerbAnswer StatusVerb(const VerbWords& words) {
     return {.text = status.dump(4)};
 }
 
-// What a board can be made into while its power is off. Nothing when the value is none of that row's.
+// What a board can be made into while its power is off. False when the value is none of that row's.
 struct RebuildRow {
     std::string_view word;
-    bool (*take)(const std::string& value);
+    bool (*take)(const std::string& value, BoardOptions& wanted);
 };
 
-static bool TakeSwitch(const std::string& value, std::string_view on, std::string_view off, bool& to) {
-    if (value == on || value == off) to = value == on;
+static bool TakeEither(const std::string& value, std::string_view on, std::string_view off, bool& to) {
+    to = value == on;
     return value == on || value == off;
 }
 
+static bool TakeDeviceId(const std::string& value, BoardOptions& wanted) {
+    const std::optional<unsigned> number = ParseNumber(value, 255);
+    wanted.deviceId = int(number.value_or(0));
+    return number.has_value();
+}
+
+static bool TakePanel(const std::string& value, BoardOptions& wanted) {
+    wanted.panel = value;
+    return value == "keypad" || value == "expander" || value == "none";
+}
+
 static constexpr std::array kRebuildRows{
-    RebuildRow{"device-id",
-               [](const std::string& value) {
-                   const std::optional<unsigned> number = ParseNumber(value, 255);
-                   if (number) WriteDeviceId(int(*number));
-                   return number.has_value();
-               }},
-    RebuildRow{"kernel", [](const std::string& value) { return TakeSwitch(value, "old", "new", Board.oldKernel); }},
-    RebuildRow{"top-board", [](const std::string& value) { return TakeSwitch(value, "on", "off", Board.topBoard); }},
-    RebuildRow{"panel",
-               [](const std::string& value) {
-                   const bool known = value == "keypad" || value == "expander" || value == "none";
-                   if (known) Board.panel = value;
-                   return known;
-               }},
+    RebuildRow{"device-id", TakeDeviceId},
+    RebuildRow{"kernel", [](const std::string& value,
+                            BoardOptions& wanted) { return TakeEither(value, "old", "new", wanted.oldKernel); }},
+    RebuildRow{"top-board", [](const std::string& value,
+                               BoardOptions& wanted) { return TakeEither(value, "on", "off", wanted.topBoard); }},
+    RebuildRow{"panel", TakePanel},
 };
 
 static VerbAnswer PowerCycleVerb(const VerbWords& words) {
     if (words.size() % 2 != 0) return Usage("power-cycle");
+    BoardOptions wanted = Board;
+    wanted.deviceId = -1;
     for (size_t at = 0; at < words.size(); at += 2) {
         const auto row = std::ranges::find(kRebuildRows, std::string_view(words[at]), &RebuildRow::word);
-        if (row == kRebuildRows.end() || !row->take(words[at + 1])) return Usage("power-cycle");
+        if (row == kRebuildRows.end() || !row->take(words[at + 1], wanted)) return Usage("power-cycle");
     }
+    if (wanted.deviceId >= 0) WriteDeviceId(wanted.deviceId);
+    Board = wanted;
     ResetBoard("power-cycle");
     return {};
 }

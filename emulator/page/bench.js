@@ -34,7 +34,7 @@ function drawIdentity({ identity, uptime, ports }) {
         if (!touched.has(choice.name) && choice.value !== real[choice.name]) choice.value = real[choice.name];
         choice.parentElement.classList.toggle('pending', touched.has(choice.name) && choice.value !== real[choice.name]);
     }
-    const pending = find('.pending', form) !== null;
+    const pending = find('label.pending', form) !== null;
     show(find('#power'), pending ? 'Power-cycle to apply' : 'Power-cycle');
     find('#power').classList.toggle('pending', pending);
     show(find('#identity .facts'), `up ${duration(uptime)} · ${ports.temperature.toFixed(1)} °C`);

@@ -41,6 +41,8 @@ TEST(BenchPage, RefusesForeigners) {
         Row{verb + json + host + "Origin: null\r\n", "403"},                // a sandboxed frame
         Row{verb + json + host + "Sec-Fetch-Site: cross-site\r\n", "403"},
         Row{verb + host + "Content-Type: text/plain\r\n", "415"},  // what a form of any site can send unasked
+        Row{"GET / HTTP/1.1\r\n" + host + "Sec-Fetch-Site: cross-site\r\n", "200"},  // a link to the page
+        Row{"GET / HTTP/1.1\r\nHost: evil.example\r\n", "403"},
         Row{"GET /verb HTTP/1.1\r\n" + host, "404"},
         Row{"GET /picture HTTP/1.1\r\nHost: evil.example\r\n", "403"},
         Row{"GET /events HTTP/1.1\r\n" + host + "Origin: http://evil.example\r\n", "403"},
