@@ -1,11 +1,14 @@
 #include "daemon_memory.h"
 
 #include <elf.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <map>
 
 #include "board.h"
@@ -37,9 +40,7 @@ static uint64_t FindSymbol(std::string_view file, const Elf64_Shdr& symbols, con
     return 0;
 }
 
-uint64_t SymbolOffset(const std::string& program, std::string_view name) {
-    std::ifstream stream(program, std::ios::binary);
-    const std::string file(std::istreambuf_iterator<char>(stream), {});
+static uint64_t FindInFile(std::string_view file, std::string_view name) {
     const auto header = RecordAt<Elf64_Ehdr>(file, 0);
     if (memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64) return 0;
     const auto section = [&](uint64_t index) {
@@ -50,6 +51,20 @@ uint64_t SymbolOffset(const std::string& program, std::string_view name) {
         if (symbols.sh_type == SHT_SYMTAB) return FindSymbol(file, symbols, section(symbols.sh_link), name);
     }
     return 0;
+}
+
+// Mapped, not read: of a program with its debugging data, the symbols are a small part.
+uint64_t SymbolOffset(const std::string& program, std::string_view name) {
+    const int file = open(program.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat status {};
+    const bool usable = file >= 0 && fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0;
+    const size_t size = usable ? size_t(status.st_size) : 0;
+    void* mapped = usable ? mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file, 0) : MAP_FAILED;
+    if (file >= 0) close(file);
+    if (mapped == MAP_FAILED) return 0;
+    const uint64_t offset = FindInFile({static_cast<const char*>(mapped), size}, name);
+    munmap(mapped, size);
+    return offset;
 }
 
 static uint64_t KnownOffset(std::string_view name) {

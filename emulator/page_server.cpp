@@ -27,6 +27,7 @@
 
 static constexpr size_t kBodyLimit = 64 * 1024;
 static constexpr unsigned kConnections = 64;
+static constexpr unsigned kIdleSeconds = 60;                                  // of a connection that asks nothing
 static constexpr int64_t kPictureLook = 4'000, kPicturePatience = 1'000'000;  // microseconds
 // Whoever has a frame gets the next one no sooner than that after asking: 30 a second of a display that shows 60.
 static constexpr int64_t kPicturePause = 24'000;
@@ -268,7 +269,8 @@ int ServePage(int listening) {
     port = PortOf(listening);
     server = MHD_start_daemon(MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME, 0, nullptr, nullptr, TakeRequest, nullptr,
                               MHD_OPTION_LISTEN_SOCKET, listening, MHD_OPTION_CONNECTION_LIMIT, kConnections,
-                              MHD_OPTION_NOTIFY_COMPLETED, ForgetRequest, nullptr, MHD_OPTION_END);
+                              MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds, MHD_OPTION_NOTIFY_COMPLETED, ForgetRequest,
+                              nullptr, MHD_OPTION_END);
     if (server == nullptr) return fprintf(stderr, "Page: the HTTP server does not start.\n"), 1;
     const int events = MHD_get_daemon_info(server, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd;
     // A timer's or the board's event may have woken a connection: that is no event of the library's own.

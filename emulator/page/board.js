@@ -34,7 +34,10 @@ let source = null;
 
 function listen() {
     source = new EventSource('/events');
-    source.onopen = () => tell('line', true);
+    source.onopen = () => {
+        tell('line', null);  // what was recorded comes again
+        tell('line', true);
+    };
     source.onerror = () => tell('line', false);
     source.addEventListener('bench', (event) => {
         const changed = JSON.parse(event.data);
@@ -50,7 +53,6 @@ function followVisibility() {
         source?.close();
         source = null;
     } else if (!source) {
-        tell('line', null);  // what was recorded comes again
         listen();
     }
 }

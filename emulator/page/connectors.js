@@ -167,7 +167,7 @@ function drawMeter(id, place) {
     const meter = find('.meter', place), sound = soundAt(id);
     meter.classList.toggle('absent', !sound);
     const level = sound?.running ? Math.max(floor, sound.level) : floor;
-    find('i', meter).style.transform = `scaleX(${(1 - level / floor).toFixed(3)})`;
+    find('i', meter).style.clipPath = `inset(0 ${(100 * level / floor).toFixed(1)}% 0 0)`;
     meter.setAttribute('aria-valuenow', level.toFixed(0));
     show(find('em', meter), sound?.fault ?? (!sound ? '' : !sound.running ? 'closed' : level > floor ? `${level.toFixed(0)} dB` : 'silent'));
     show(find('span', meter), sound ? sound.tones.map((source) => sourceNames[source] ?? source).join(', ') : 'no speaker');
