@@ -80,7 +80,11 @@ function complain(text) {
 on('action', ({ words, good, text }) => good ? (find('#complaint').hidden = true) : complain(`${words.join(' ')}: ${text}`));
 on('line', (open) => {
     document.body.classList.toggle('lost', open === false);
-    if (open === false) drawState('daemon', 'fault', 'no bench', 'The emulator has ended, or cannot be reached.');
+    if (open === true) find('#complaint').hidden = true;
+    if (open !== false) return;
+    complain('The emulator has ended, or cannot be reached. The page comes back with it.');
+    clearTimeout(complaintEnds);
+    drawState('daemon', 'fault', 'no bench', '');
 });
 on('bench', () => {
     drawHeader(bench);
