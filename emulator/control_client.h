@@ -11,5 +11,6 @@ std::filesystem::path OnlyBoard();
 // Carries out a verb and prints its result; returns the exit status: 0 good, 1 bad with the reason on standard error.
 int RunVerb(const std::filesystem::path& folder, const std::vector<std::string>& words);
 
-// Sends a verb. The descriptor on which its answer comes (see control.h), or -1: no board runs there. The caller closes.
+// Sends a verb. The descriptor on which its answer comes (see control.h), or -1: no board runs there. The caller
+// closes.
 int SendVerb(const std::filesystem::path& folder, const std::vector<std::string>& words);

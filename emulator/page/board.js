@@ -63,7 +63,7 @@ export async function start() {
     followVisibility();
 }
 
-// ---- Small helpers of all files
+// ---- What every file uses
 
 export const find = (selector, within = document) => within.querySelector(selector);
 
