@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "board.h"
+#include "record.h"
 #include "supervisor.h"
 
 // An outlet of the daemon and where it leads.
@@ -131,7 +132,10 @@ static void PassInput() {
 static bool ReadInput() {
     std::array<char, kChunk> chunk;
     ssize_t size = read(STDIN_FILENO, chunk.data(), chunk.size());
-    if (size > 0) pending.append(chunk.data(), size_t(size));
+    if (size > 0) {
+        pending.append(chunk.data(), size_t(size));
+        RecordTyped({chunk.data(), size_t(size)});
+    }
     if (size == 0 || (size < 0 && errno != EINTR && errno != EAGAIN)) inputEnded = true;
     return size > 0;
 }

@@ -14,6 +14,7 @@
 #include <map>
 #include <string>
 
+#include "record.h"
 #include "supervisor.h"
 #include "text.h"
 #include "trace.h"
@@ -52,8 +53,12 @@ static VerbAnswer Help() {
 
 static VerbAnswer Run(const VerbWords& words) {
     if (words.empty()) return Help();
-    for (const Verb& verb : Verbs())
-        if (verb.word == words[0]) return verb.run({words.begin() + 1, words.end()});
+    for (const Verb& verb : Verbs()) {
+        if (verb.word != words[0]) continue;
+        VerbAnswer answer = verb.run({words.begin() + 1, words.end()});
+        if (answer.good && answer.follow == Feed::kNone && words.size() > verb.actsWith) Record(words);
+        return answer;
+    }
     return Bad("there is no verb \"" + words[0] + "\"; without a verb, ctl lists them");
 }
 

@@ -21,10 +21,13 @@ struct VerbAnswer {
     Feed follow = Feed::kNone;
 };
 
+inline constexpr size_t kActs = 0, kOnlyLooks = SIZE_MAX;
+
 struct Verb {
     std::string_view word;
     std::string_view usage;  // "camera N plug PROFILE | unplug | stall | resume | garbage"
     VerbAnswer (*run)(const VerbWords& words);
+    size_t actsWith = kOnlyLooks;  // from so many words on it does something to the board, and is recorded
 };
 
 // A verb that must wait (for a line's answer, for a second to pass) returns `{.later = id}` of a fresh LaterAnswer()

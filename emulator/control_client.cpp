@@ -2,21 +2,19 @@
 
 #include <fcntl.h>
 #include <png.h>
-#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <optional>
 
-#include "display.h"
+#include "display_picture.h"
 #include "running_boards.h"
 
 namespace fs = std::filesystem;
@@ -55,76 +53,65 @@ static bool SendWords(int server, const std::vector<std::string>& words) {
            shutdown(server, SHUT_WR) == 0;
 }
 
-// Prints as it comes: a followed trace has no end.
-static int PrintAnswer(int server) {
+// Passes the answer on as it comes, since a followed trace has no end. `take` is told whether it is good.
+template <typename Take>
+static bool ReadAnswer(int server, Take take) {
     std::array<char, 65536> chunk;
-    char status = 0, last = '\n';
-    FILE* to = stdout;
+    char status = 0;
     for (ssize_t size; (size = read(server, chunk.data(), chunk.size())) > 0;) {
-        size_t from = 0;
-        if (status == 0) {
-            status = chunk[from++];
-            to = status == '0' ? stdout : stderr;
-        }
-        fwrite(chunk.data() + from, 1, size_t(size) - from, to);
-        if (size_t(size) > from) last = chunk[size_t(size) - 1];
-        fflush(to);
+        const size_t from = status == 0 ? 1 : 0;
+        if (status == 0) status = chunk[0];
+        take(status == '0', std::string_view(chunk.data() + from, size_t(size) - from));
     }
-    if (status == 0) return Complain("The board is gone.");
-    if (last != '\n') fputc('\n', to);
-    return status == '0' ? 0 : 1;
+    return status != 0;
 }
 
 int SendVerb(const fs::path& folder, const std::vector<std::string>& words) {
-    int server = Connect(folder);
+    const int server = Connect(folder);
     if (server < 0 || SendWords(server, words)) return server;
     close(server);
     return -1;
 }
 
-static int AskBoard(const fs::path& folder, const std::vector<std::string>& words) {
-    int server = SendVerb(folder, words);
-    if (server < 0) return Complain("No board is running in " + folder.string() + ".");
-    int status = PrintAnswer(server);
+static constexpr const char* kGone = "The board is gone.";
+
+static std::string NoBoard(const fs::path& folder) { return "No board is running in " + folder.string() + "."; }
+
+static int PrintAnswer(int server) {
+    char last = '\n';
+    FILE* to = stdout;
+    const bool answered = ReadAnswer(server, [&](bool good, std::string_view text) {
+        to = good ? stdout : stderr;
+        fwrite(text.data(), 1, text.size(), to);
+        fflush(to);
+        if (!text.empty()) last = text.back();
+    });
+    if (!answered) return Complain(kGone);
+    if (last != '\n') fputc('\n', to);
+    return to == stdout ? 0 : 1;
+}
+
+static int PrintVerb(const fs::path& folder, const std::vector<std::string>& words) {
+    const int server = SendVerb(folder, words);
+    if (server < 0) return Complain(NoBoard(folder));
+    const int status = PrintAnswer(server);
     close(server);
     return status;
 }
 
+BoardAnswer AskBoard(const fs::path& folder, const std::vector<std::string>& words) {
+    const int server = SendVerb(folder, words);
+    if (server < 0) return {.text = NoBoard(folder)};
+    BoardAnswer answer;
+    const bool answered = ReadAnswer(server, [&](bool good, std::string_view text) {
+                              answer.good = good;
+                              answer.text += text;
+                          });
+    close(server);
+    return answered ? answer : BoardAnswer{.text = kGone};
+}
+
 // The picture
-
-struct Picture {
-    uint32_t width = 0, height = 0;
-    std::vector<uint8_t> pixels = {};  // B, G, R, unused
-};
-
-static std::optional<Picture> CopySlot(const uint8_t* memory, uint32_t index) {
-    const auto* header = reinterpret_cast<const DisplayHeader*>(memory);
-    const DisplaySlot& slot = header->slots[index % kDisplaySlots];
-    uint32_t before = slot.sequence.load(std::memory_order_acquire);
-    Picture picture{.width = slot.width, .height = slot.height};
-    if (before % 2 != 0 || picture.width > kDisplayWidthLimit || picture.height > kDisplayHeightLimit)
-        return std::nullopt;
-    const uint8_t* pixels = memory + kDisplayFirstSlot + index % kDisplaySlots * kDisplaySlotBytes;
-    picture.pixels.assign(pixels, pixels + size_t{picture.width} * picture.height * 4);
-    std::atomic_thread_fence(std::memory_order_acquire);
-    if (slot.sequence.load(std::memory_order_relaxed) != before) return std::nullopt;
-    return picture;
-}
-
-static std::optional<Picture> NewestPicture(const fs::path& display) {
-    int file = open(display.c_str(), O_RDONLY | O_CLOEXEC);
-    void* mapped = file < 0 ? MAP_FAILED : mmap(nullptr, kDisplayFileBytes, PROT_READ, MAP_SHARED, file, 0);
-    if (file >= 0) close(file);
-    if (mapped == MAP_FAILED) return std::nullopt;
-    const auto* memory = static_cast<const uint8_t*>(mapped);
-    const auto* header = reinterpret_cast<const DisplayHeader*>(memory);
-    std::optional<Picture> picture;
-    constexpr int kAttempts = 100;  // a writer would have to overtake the reader each time
-    for (int attempt = 0; attempt < kAttempts && !picture && header->frames.load() != 0; ++attempt)
-        picture = CopySlot(memory, header->newest.load(std::memory_order_acquire));
-    munmap(mapped, kDisplayFileBytes);
-    return picture;
-}
 
 static bool IsBlanked(const fs::path& volatileFolder) {
     std::ifstream blank(volatileFolder / "sys/class/graphics/fb0/blank");
@@ -135,29 +122,34 @@ static bool IsBlanked(const fs::path& volatileFolder) {
 static bool WritePng(const std::string& path, const Picture& picture) {
     png_image image{};
     image.version = PNG_IMAGE_VERSION;
-    image.width = picture.width;
-    image.height = picture.height;
+    image.width = uint32_t(picture.width);
+    image.height = uint32_t(picture.height);
     image.format = PNG_FORMAT_BGR;
     std::vector<uint8_t> rows;  // the fourth byte is no opacity
-    rows.reserve(picture.pixels.size() / 4 * 3);
-    for (size_t at = 0; at + 3 < picture.pixels.size(); at += 4)
-        rows.insert(rows.end(), &picture.pixels[at], &picture.pixels[at] + 3);
+    rows.reserve(picture.bgrx.size() / 4 * 3);
+    for (size_t at = 0; at + 3 < picture.bgrx.size(); at += 4)
+        rows.insert(rows.end(), &picture.bgrx[at], &picture.bgrx[at] + 3);
     return png_image_write_to_file(&image, path.c_str(), 0, rows.data(), 0, nullptr) != 0;
 }
 
-static int SavePicture(const fs::path& folder, const std::string& path) {
+std::optional<Picture> ShownPicture(const fs::path& folder) {
     // The board leaves a link to its volatile folder beside its control socket.
-    std::error_code error;
-    fs::path volatileFolder = fs::read_symlink(folder / "volatile", error);
-    if (error) return Complain("No board is running in " + folder.string() + ".");
-    std::optional<Picture> picture = NewestPicture(volatileFolder / "display");
+    const fs::path volatileFolder = folder / "volatile";
+    std::optional<Picture> picture = ReadDisplay(volatileFolder / "display");
+    if (picture && IsBlanked(volatileFolder)) std::ranges::fill(picture->bgrx, uint8_t{0});
+    return picture;
+}
+
+static int SavePicture(const fs::path& folder, const std::string& path) {
+    if (!fs::is_symlink(folder / "volatile")) return Complain(NoBoard(folder));
+    const std::optional<Picture> picture = ShownPicture(folder);
     if (!picture) return Complain("The display has not shown a frame yet.");
-    if (IsBlanked(volatileFolder)) std::fill(picture->pixels.begin(), picture->pixels.end(), uint8_t{0});
     return WritePng(path, *picture) ? 0 : Complain("Cannot write " + path + ".");
 }
 
 int RunVerb(const fs::path& folder, const std::vector<std::string>& words) {
-    if (words.empty() || words[0] != "picture") return AskBoard(folder, words);
-    if (words.size() != 2) return Complain("usage: picture FILE.png");
-    return SavePicture(folder, words[1]);
+    const std::string verb = words.empty() ? "" : words[0];
+    if (verb == "picture") return words.size() == 2 ? SavePicture(folder, words[1]) : Complain("usage: picture FILE.png");
+    if (verb != "record" || words.size() != 3) return PrintVerb(folder, words);
+    return PrintVerb(folder, {verb, words[1], fs::absolute(words[2])});  // the board works in another folder
 }

@@ -136,6 +136,12 @@ std::optional<HdmiSignal> ParseHdmiSignal(std::string_view text) {
     return measurable && wholeFields ? std::optional(signal) : std::nullopt;
 }
 
+std::string HdmiSignalText(const HdmiSignal& signal) {
+    if (!signal.present) return "off";
+    return std::to_string(signal.width) + "x" + std::to_string(signal.height) + (signal.interlaced ? "i" : "p") +
+           std::to_string(signal.rate);
+}
+
 // What arrives at a port: nothing from a source whose hot-plug line is low, or while the chip is held in reset.
 static HdmiSignal ArrivingAt(int port) {
     const bool hotPlug = (Register(kMain, kHotPlug) & (0x80 >> port)) != 0;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "control.h"
@@ -31,6 +32,7 @@ void OnHdmiSignalChange(void (*changed)());
 
 // "1920x1080p60", "1920x1080i60", "off". Nothing when it is none of that or beyond what the receiver measures.
 std::optional<HdmiSignal> ParseHdmiSignal(std::string_view text);
+std::string HdmiSignalText(const HdmiSignal& signal);  // that it reads back
 
 // Pixel clock of a signal in MHz, as the link carries it: from the standard timings, else with usual blanking.
 unsigned TmdsMegahertz(const HdmiSignal& signal);

@@ -13,6 +13,9 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -28,7 +31,9 @@
 #include "monitor.h"
 #include "page_server.h"
 #include "port_forward.h"
+#include "record.h"
 #include "sandbox.h"
+#include "scenario_play.h"
 #include "sound_profiles.h"
 #include "supervisor.h"
 
@@ -141,6 +146,7 @@ static int ShowUsage(FILE* to) {
     fputs(
         " [-- DAEMON-ARGUMENTS]\n"
         "       tessel-emulator page [--board DIR] [--page PORT|auto]\n"
+        "       tessel-emulator play FILE [--patience FACTOR] [--board DIR | options of run]\n"
         "       tessel-emulator ctl [--board DIR] VERB ...\n"
         "       tessel-emulator profiles\n",
         to);
@@ -149,23 +155,25 @@ static int ShowUsage(FILE* to) {
 
 using Arguments = std::span<char* const>;
 
-// Takes the options that the arguments start with; what follows them is left. False after a complaint.
-static bool TakeOptions(Arguments& arguments, std::span<const Option> options) {
+// Takes the options that the arguments start with; what follows them is left. What is wrong with them, or nothing.
+static std::string TakeOptions(Arguments& arguments, std::span<const Option> options) {
     while (!arguments.empty() && std::string_view(arguments[0]).starts_with("--") &&
            arguments[0] != std::string_view("--")) {
         const std::string name = arguments[0];
         auto option = std::ranges::find(options, name, &Option::name);
         const size_t words = option != options.end() && option->value ? 2 : 1;
-        if (option == options.end())
-            return fprintf(stderr, "tessel-emulator: unknown option %s\n", name.c_str()), false;
-        if (arguments.size() < words)
-            return fprintf(stderr, "tessel-emulator: %s needs a value\n", name.c_str()), false;
+        if (option == options.end()) return "unknown option " + name;
+        if (arguments.size() < words) return name + " needs a value";
         const std::string value = words == 2 ? arguments[1] : "";
-        if (const std::string wrong = option->take(value); !wrong.empty())
-            return fprintf(stderr, "tessel-emulator: %s: %s\n", name.c_str(), wrong.c_str()), false;
+        if (const std::string wrong = option->take(value); !wrong.empty()) return name + ": " + wrong;
         arguments = arguments.subspan(words);
     }
-    return true;
+    return "";
+}
+
+static bool Complain(const std::string& wrong) {
+    if (!wrong.empty()) fprintf(stderr, "tessel-emulator: %s\n", wrong.c_str());
+    return !wrong.empty();
 }
 
 // run
@@ -212,13 +220,17 @@ static void AnswerFirst() {
     sched_setscheduler(0, SCHED_FIFO | SCHED_RESET_ON_FORK, &lowest);
 }
 
-static int RunBoard(Arguments arguments) {
-    if (!TakeOptions(arguments, kRunOptions)) return kWrongUse;
-    if (!arguments.empty() && arguments[0] != std::string_view("--")) {
-        fprintf(stderr, "tessel-emulator: \"%s\" is no option; the daemon's arguments follow --\n", arguments[0]);
-        return kWrongUse;
-    }
-    if (!arguments.empty()) Board.arguments.assign(arguments.begin() + 1, arguments.end());
+// What is wrong with the arguments of `run`; empty: they are in Board.
+static std::string TakeRunArguments(Arguments arguments) {
+    if (std::string wrong = TakeOptions(arguments, kRunOptions); !wrong.empty()) return wrong;
+    if (arguments.empty()) return "";
+    if (arguments[0] != std::string_view("--"))
+        return "\"" + std::string(arguments[0]) + "\" is no option; the daemon's arguments follow --";
+    Board.arguments.assign(arguments.begin() + 1, arguments.end());
+    return "";
+}
+
+static int RunBoard() {
     if (!FindDaemon()) return kWrongUse;
     RaiseDescriptorLimit();
     WatchSignals();
@@ -229,7 +241,10 @@ static int RunBoard(Arguments arguments) {
     if (OpenBoard() && OpenControl(Board.folder)) {
         fprintf(stderr, "Board: %s\n", Board.folder.c_str());
         if (page >= 0) StartPage(page);
-        if (OpenPorts() && PowerOnBoard()) status = RunEvents();
+        if (OpenPorts() && PowerOnBoard()) {
+            StartRecord();
+            status = RunEvents();
+        }
         StopPage();
         ClosePorts();
         CloseControl();
@@ -238,10 +253,70 @@ static int RunBoard(Arguments arguments) {
     return status;
 }
 
+static int Run(Arguments arguments) {
+    if (Complain(TakeRunArguments(arguments))) return kWrongUse;
+    return RunBoard();
+}
+
+// play
+
+static double patience = 1;
+
+static std::string TakePatience(const std::string& text) {
+    patience = ParseSeconds(text).value_or(0);
+    return patience > 0 ? "" : "a factor is a number above 0";
+}
+
+static constexpr std::array kPlayOptions{Option{"--board", "DIR", TakeBoard},
+                                         Option{"--patience", "FACTOR", TakePatience}};
+
+static std::string TakeBoardLine(const std::vector<std::string>& options) {
+    std::vector<std::string> words = options;
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    std::string wrong = TakeRunArguments(arguments);
+    return wrong.empty() && !Board.folder.empty() ? "a scenario's board is a fresh one, without --board" : wrong;
+}
+
+// The scenario of a file, with its board in Board. Nothing after a complaint.
+static std::optional<Scenario> ReadScenario(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    if (!file) return Complain(path + ": " + strerror(errno)), std::nullopt;
+    Scenario scenario = ParseScenario(text);
+    if (const std::string wrong = TakeBoardLine(scenario.board); !wrong.empty())
+        scenario.errors.insert(scenario.errors.begin(), {scenario.boardLine, wrong});
+    for (const ScenarioError& error : scenario.errors)
+        fprintf(stderr, "%s:%zu: %s\n", path.c_str(), error.line, error.reason.c_str());
+    return scenario.errors.empty() ? std::optional(std::move(scenario)) : std::nullopt;
+}
+
+// On a running board with --board, or when neither the file nor the options tell of one; otherwise on one of its own.
+static int Play(Arguments arguments) {
+    if (arguments.empty() || std::string_view(arguments[0]).starts_with("--")) return ShowUsage(stderr);
+    ScenarioPlay play{.name = arguments[0], .board = {}, .run = RunBoard};
+    const std::optional<Scenario> scenario = ReadScenario(play.name);
+    if (!scenario) return kWrongUse;
+    arguments = arguments.subspan(1);
+    const auto names = [&](const char* option) {
+        return std::ranges::find(arguments, std::string_view(option)) != arguments.end();
+    };
+    std::vector<Option> options(kPlayOptions.begin(), kPlayOptions.end());
+    const bool running = names("--board");
+    if (!running) options.insert(options.end(), kRunOptions.begin(), kRunOptions.end());
+    const bool described = scenario->boardLine > 0 || arguments.size() > (names("--patience") ? 2 : 0);
+    if (Complain(TakeOptions(arguments, options))) return kWrongUse;
+    if (!arguments.empty()) return Complain("\"" + std::string(arguments[0]) + "\" is no option"), kWrongUse;
+    if (running || !described) play.board = running ? Board.folder : OnlyBoard();
+    if (play.board.empty() && !described) return 1;
+    play.patience = patience;
+    return PlayScenario(*scenario, play);
+}
+
 // ctl and profiles
 
 static int Control(Arguments arguments) {
-    if (!TakeOptions(arguments, kCtlOptions)) return kWrongUse;
+    if (Complain(TakeOptions(arguments, kCtlOptions))) return kWrongUse;
     if (Board.folder.empty()) Board.folder = OnlyBoard();
     if (Board.folder.empty()) return 1;
     return RunVerb(Board.folder, {arguments.begin(), arguments.end()});
@@ -249,7 +324,7 @@ static int Control(Arguments arguments) {
 
 static int ShowPage(Arguments arguments) {
     Board.pagePort = kAutoPagePort;
-    if (!TakeOptions(arguments, kPageOptions)) return kWrongUse;
+    if (Complain(TakeOptions(arguments, kPageOptions))) return kWrongUse;
     if (Board.folder.empty()) Board.folder = OnlyBoard();
     if (Board.folder.empty()) return 1;
     signal(SIGPIPE, SIG_IGN);
@@ -272,8 +347,9 @@ struct Command {
     int (*run)(Arguments arguments);
 };
 static constexpr std::array kCommands{
-    Command{"run", RunBoard},
+    Command{"run", Run},
     Command{"page", ShowPage},
+    Command{"play", Play},
     Command{"ctl", Control},
     Command{"profiles", ListProfiles},
     Command{"--help", [](Arguments) { return ShowUsage(stdout); }},

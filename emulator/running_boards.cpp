@@ -25,7 +25,9 @@ fs::path RuntimeFolder() {
     return MakePrivate(folder) ? folder : fs::path();
 }
 
-static fs::path OwnLink() { return RuntimeFolder() / ("board-" + std::to_string(getpid())); }
+static fs::path LinkOf(pid_t emulator) { return RuntimeFolder() / ("board-" + std::to_string(emulator)); }
+
+static fs::path OwnLink() { return LinkOf(getpid()); }
 
 void AnnounceBoard(const fs::path& folder) {
     std::error_code error;
@@ -36,6 +38,11 @@ void AnnounceBoard(const fs::path& folder) {
 void WithdrawBoard() {
     std::error_code error;
     fs::remove(OwnLink(), error);
+}
+
+fs::path BoardOf(pid_t emulator) {
+    std::error_code error;
+    return fs::read_symlink(LinkOf(emulator), error);
 }
 
 std::vector<fs::path> RunningBoards() {

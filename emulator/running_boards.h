@@ -2,6 +2,8 @@
 // folder in the user's runtime folder, named by the emulator's process.
 #pragma once
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <vector>
 
@@ -10,4 +12,5 @@ std::filesystem::path RuntimeFolder();
 
 void AnnounceBoard(const std::filesystem::path& folder);  // of the calling process
 void WithdrawBoard();
+std::filesystem::path BoardOf(pid_t emulator);       // empty: it has none, or not yet
 std::vector<std::filesystem::path> RunningBoards();  // also clears away what killed emulators left

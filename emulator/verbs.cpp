@@ -19,6 +19,7 @@
 #include "keypad.h"
 #include "monitor.h"
 #include "port_forward.h"
+#include "record.h"
 #include "sandbox.h"
 #include "serial_line.h"
 #include "service_manager.h"
@@ -122,21 +123,21 @@ static VerbAnswer KernelLogVerb(const VerbWords& words) {
 }
 
 static constexpr std::array kVerbs{
-    Verb{"camera", "camera N [plug PROFILE | unplug | stall | resume | garbage]", CameraVerb},
-    Verb{"hdmi-in", "hdmi-in PORT WxH[p|i]R | off", HdmiInVerb},
-    Verb{"monitor", "monitor plug [EDID] | unplug", MonitorVerb},
-    Verb{"lan", "lan plug|unplug", LanVerb},
-    Verb{"jack", "jack in|out", JackVerb},
-    Verb{"strap60", "strap60 on|off", Strap60Verb},
-    Verb{"key", "key CODE | swap | view N | repeat CODE | garbage [TYPE]", KeyVerb},
-    Verb{"buttons", "buttons MASK [for MS]", ButtonsVerb},
-    Verb{"gpio-button", "gpio-button N press|release", GpioButtonVerb},
-    Verb{"serial", "serial TEXT", SerialVerb},
-    Verb{"telnet", "telnet TEXT", TelnetVerb},
-    Verb{"console", "console [TEXT | --follow]", ConsoleVerb},
+    Verb{"camera", "camera N [plug PROFILE | unplug | stall | resume | garbage]", CameraVerb, 2},
+    Verb{"hdmi-in", "hdmi-in PORT WxH[p|i]R | off", HdmiInVerb, kActs},
+    Verb{"monitor", "monitor plug [EDID] | unplug", MonitorVerb, kActs},
+    Verb{"lan", "lan plug|unplug", LanVerb, kActs},
+    Verb{"jack", "jack in|out", JackVerb, kActs},
+    Verb{"strap60", "strap60 on|off", Strap60Verb, kActs},
+    Verb{"key", "key CODE | swap | view N | repeat CODE | garbage [TYPE]", KeyVerb, kActs},
+    Verb{"buttons", "buttons MASK [for MS]", ButtonsVerb, kActs},
+    Verb{"gpio-button", "gpio-button N press|release", GpioButtonVerb, kActs},
+    Verb{"serial", "serial TEXT", SerialVerb, kActs},
+    Verb{"telnet", "telnet TEXT", TelnetVerb, kActs},
+    Verb{"console", "console [TEXT | --follow]", ConsoleVerb, 1},
     Verb{"audio", "audio", AudioVerb},
-    Verb{"tone", "tone SOURCE on|off", ToneVerb},
-    Verb{"sound", "sound PORT plug PROFILE | unplug", SoundVerb},
+    Verb{"tone", "tone SOURCE on|off", ToneVerb, kActs},
+    Verb{"sound", "sound PORT plug PROFILE | unplug", SoundVerb, kActs},
     Verb{"bench", "bench", BenchVerb},
     Verb{"settings", "settings", SettingsVerb},
     Verb{"leds", "leds", LedsVerb},
@@ -146,13 +147,14 @@ static constexpr std::array kVerbs{
          "fault tool NAME fail|hang|silent|flood|slow|absent|off | disk full|readonly|off | i2c ADDRESS nak "
          "[N]|hang|off | camera N query|read|write|stuck|off | sound PLACE busy|gone|xrun|off | expander reset|bounce "
          "MS|off",
-         FaultVerb},
-    Verb{"temperature", "temperature CELSIUS", TemperatureVerb},
-    Verb{"kernel-log", "kernel-log TEXT", KernelLogVerb},
+         FaultVerb, kActs},
+    Verb{"temperature", "temperature CELSIUS", TemperatureVerb, kActs},
+    Verb{"kernel-log", "kernel-log TEXT", KernelLogVerb, kActs},
     Verb{"trace", "trace [--last N] [--follow] [--clear]", TraceVerb},
     Verb{"journal", "journal [--last N] [--follow]", JournalVerb},
+    Verb{"record", "record [start [FILE] | stop]", RecordVerb},
     Verb{"power-cycle", "power-cycle [device-id N] [kernel old|new] [top-board on|off] [panel keypad|expander|none]",
-         PowerCycleVerb},
+         PowerCycleVerb, kActs},
     Verb{"status", "status", StatusVerb},
 };
 

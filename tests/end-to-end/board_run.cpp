@@ -4,7 +4,6 @@
 #include <png.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,7 +17,6 @@
 #include <stdexcept>
 #include <thread>
 
-#include "display.h"
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
@@ -230,26 +228,7 @@ std::vector<std::string> ShellLines(const Board& board) {
 Json Status(const Board& board) { return Json::parse(Ctl(board, {"status"}).out); }
 
 // Straight from the display memory: a PNG of 1080p takes longer than many a deadline of these tests.
-std::optional<Picture> TakePicture(const Board& board) {
-    const int file = open((board->folder / "volatile/display").c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0) return {};
-    void* memory = mmap(nullptr, kDisplayFileBytes, PROT_READ, MAP_SHARED, file, 0);
-    close(file);
-    if (memory == MAP_FAILED) return {};
-    const auto& header = *static_cast<const DisplayHeader*>(memory);
-    std::optional<Picture> picture;
-    for (int tries = 0; !picture && tries < 100 && header.frames > 0; ++tries) {
-        const size_t newest = header.newest % kDisplaySlots;
-        const DisplaySlot& slot = header.slots[newest];
-        const uint32_t sequence = slot.sequence;
-        if (sequence % 2 != 0) continue;
-        const auto* pixels = static_cast<const uint8_t*>(memory) + kDisplayFirstSlot + newest * kDisplaySlotBytes;
-        Picture copy{slot.width, slot.height, {pixels, pixels + size_t(slot.width) * slot.height * 4}};
-        if (slot.sequence == sequence) picture = std::move(copy);
-    }
-    munmap(memory, kDisplayFileBytes);
-    return picture;
-}
+std::optional<Picture> TakePicture(const Board& board) { return ReadDisplay(board->folder / "volatile/display"); }
 
 std::optional<Picture> SavePicture(const Board& board) {
     const std::string file = (board->folder / "picture.png").string();
@@ -261,10 +240,6 @@ std::optional<Picture> SavePicture(const Board& board) {
     Picture picture{image.width, image.height, std::vector<uint8_t>(PNG_IMAGE_SIZE(image))};
     if (!png_image_finish_read(&image, nullptr, picture.bgrx.data(), 0, nullptr)) return {};
     return picture;
-}
-
-std::optional<PictureMark> MarkIn(const Picture& picture, Window window) {
-    return ReadPictureMark(picture.bgrx, picture.width, picture.height, picture.width * 4, window);
 }
 
 void Pause(double seconds) { std::this_thread::sleep_for(Seconds(seconds)); }

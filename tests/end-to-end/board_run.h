@@ -17,7 +17,7 @@
 #include <string_view>
 #include <vector>
 
-#include "test_picture.h"
+#include "display_picture.h"
 
 using Json = nlohmann::ordered_json;
 using Words = std::vector<std::string>;
@@ -76,14 +76,8 @@ std::vector<std::string> ShellLines(const Board& board);                       /
 Json Status(const Board& board);
 
 // The displayed picture.
-struct Picture {
-    size_t width = 0, height = 0;
-    std::vector<uint8_t> bgrx;
-    const uint8_t* At(size_t x, size_t y) const { return bgrx.data() + (y * width + x) * 4; }
-};
 std::optional<Picture> TakePicture(const Board& board);
 std::optional<Picture> SavePicture(const Board& board);  // the same through `ctl picture` and its PNG
-std::optional<PictureMark> MarkIn(const Picture& picture, Window window);
 
 // Until the predicate holds for a picture taken now.
 bool WaitUntilPicture(const Board& board, double seconds, const std::function<bool(const Picture&)>& holds);
