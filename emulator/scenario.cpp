@@ -89,11 +89,12 @@ static std::string TakeTime(const std::string& word, ScenarioLine& line) {
 
 // Lines
 
-static std::string CheckVerb(const std::string& word) {
-    const auto known = [&](const Verb& verb) { return verb.word == word; };
-    if (word == "picture" || std::ranges::any_of(Verbs(), known)) return "";
-    return word == "board" ? "the board stands once, without a time, above everything else"
-                           : "there is no verb \"" + word + "\" (tessel-emulator ctl lists them)";
+static std::string CheckVerb(const std::vector<std::string>& words) {
+    const auto known = [&](const Verb& verb) { return verb.word == words[0]; };
+    if (words[0] == "board") return "the board stands once, without a time, above everything else";
+    if (words[0] != "picture" && std::ranges::none_of(Verbs(), known))
+        return "there is no verb \"" + words[0] + "\" (tessel-emulator ctl lists them)";
+    return words.back() == "--follow" ? "what follows the board has no end" : "";
 }
 
 static std::string ParseLine(std::string_view text, Scenario& scenario, ScenarioLine line) {
@@ -115,7 +116,7 @@ static std::string ParseLine(std::string_view text, Scenario& scenario, Scenario
     if (words[0] == "expect")
         wrong = ParseExpectation({words.begin() + 1, words.end()}, line.expectation.emplace());
     else
-        wrong = CheckVerb(words[0]);
+        wrong = CheckVerb(words);
     if (!line.expectation) line.verb = std::move(words);
     scenario.lines.push_back(std::move(line));
     return wrong;

@@ -126,12 +126,12 @@ static std::string ParseText(Expectation& expectation) {
 
 static std::string_view NewestLines(std::string_view text, size_t count) {
     size_t from = text.size();
-    for (size_t line = 0; line <= count && from > 0; ++line) from = text.rfind('\n', from - 1) + 1;
+    for (size_t line = 0; line < count && from > 0; ++line) from = from < 2 ? 0 : text.rfind('\n', from - 2) + 1;
     return text.substr(from);
 }
 
 static Finding JudgeText(const Expectation& expectation, const Look& look, Motion&) {
-    constexpr size_t kToldLines = 15;
+    constexpr size_t kToldLines = 40;
     std::string wanted;
     for (const std::string& word : expectation.words) wanted += (wanted.empty() ? "" : " ") + word;
     const size_t at = look.text.find(wanted);
@@ -240,6 +240,12 @@ static constexpr std::array kKinds{
                     .parse = ParseValue,
                     .judge = JudgeValue,
                     .verb = "leds"},
+    ExpectationKind{.word = "settings",
+                    .usage = "settings PATH VALUE",
+                    .at = LookAt::kVerb,
+                    .parse = ParseValue,
+                    .judge = JudgeValue,
+                    .verb = "settings"},
     ExpectationKind{.word = "camera",
                     .usage = "camera N PATH VALUE",
                     .at = LookAt::kVerb,
@@ -283,7 +289,10 @@ std::string ParseExpectation(Words words, Expectation& expectation) {
 }
 
 Finding Judge(const Expectation& expectation, const Look& look, Motion& motion) {
-    return expectation.kind->judge(expectation, look, motion);
+    if (!look.trouble.empty() && expectation.kind->judge != JudgeDaemon) return {false, look.trouble + "\n"};
+    Finding finding = expectation.kind->judge(expectation, look, motion);
+    if (expectation.none) finding.holds = !finding.holds;
+    return finding;
 }
 
 Words AskedVerb(const Expectation& expectation) {

@@ -41,6 +41,7 @@ struct Look {
     std::optional<Picture> picture = {};
     std::string_view text = {};  // what was written since the scenario's start, or since the newest verbs
     Json answer = {};            // of the verb
+    std::string trouble = {};    // why there is nothing to look at: the board is gone, the verb is refused
 };
 
 struct Finding {
@@ -62,7 +63,7 @@ struct ExpectationKind {
 // The words behind `expect`. Says what is wrong, or nothing.
 std::string ParseExpectation(std::vector<std::string> words, Expectation& expectation);
 
-// Without regard to `none`.
+// Whether it is as expected. A board that cannot be looked at is not, whatever is expected but the daemon's end.
 Finding Judge(const Expectation& expectation, const Look& look, Motion& motion);
 
 // The verb whose answer is looked at; empty where it is not a verb's.

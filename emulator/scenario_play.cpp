@@ -53,10 +53,13 @@ static std::string TimeText(double seconds) {
 
 // Looking
 
-static void Follow(Transcript& transcript) {
-    std::string now = AskBoard(board, transcript.verb).text;
-    transcript.written += Appended(transcript.newest, now);
-    transcript.newest = std::move(now);
+// What is wrong; empty: all that was written is there.
+static std::string Follow(Transcript& transcript) {
+    BoardAnswer now = AskBoard(board, transcript.verb);
+    if (!now.good) return now.text;
+    transcript.written += Appended(transcript.newest, now.text);
+    transcript.newest = std::move(now.text);
+    return "";
 }
 
 static void MarkVerbs() {
@@ -66,26 +69,49 @@ static void MarkVerbs() {
     }
 }
 
+static void StartTranscripts() {
+    transcripts = {Transcript{.verb = {"journal"}}, Transcript{.verb = {"console"}}};
+    for (Transcript& transcript : transcripts) {
+        Follow(transcript);
+        transcript.written.clear();
+    }
+}
+
 // What must be there was written since the verbs above began; what must not be there, since the start.
-static std::string_view WrittenFor(const Expectation& expectation, Transcript& transcript) {
-    Follow(transcript);
-    return std::string_view(transcript.written).substr(expectation.none ? 0 : transcript.mark);
+static void LookAtText(Look& look, Transcript& transcript, bool none) {
+    look.trouble = Follow(transcript);
+    look.text = std::string_view(transcript.written).substr(none ? 0 : transcript.mark);
+}
+
+static void LookAtPicture(Look& look) {
+    look.picture = ShownPicture(board);
+    if (look.picture) return;
+    const BoardAnswer status = AskBoard(board, {"status"});
+    if (!status.good) look.trouble = status.text;
+}
+
+static void LookAtVerb(Look& look, const std::vector<std::string>& verb) {
+    const BoardAnswer answer = AskBoard(board, verb);
+    if (answer.good)
+        look.answer = Json::parse(answer.text, nullptr, false);
+    else
+        look.trouble = answer.text;
 }
 
 static Look LookFor(const Expectation& expectation) {
     Look look;
     switch (expectation.kind->at) {
         case LookAt::kPicture:
-            look.picture = ShownPicture(board);
+            LookAtPicture(look);
             break;
         case LookAt::kJournal:
-            look.text = WrittenFor(expectation, transcripts[0]);
+            LookAtText(look, transcripts[0], expectation.none);
             break;
         case LookAt::kConsole:
-            look.text = WrittenFor(expectation, transcripts[1]);
+            LookAtText(look, transcripts[1], expectation.none);
             break;
         case LookAt::kVerb:
-            look.answer = Json::parse(AskBoard(board, AskedVerb(expectation)).text, nullptr, false);
+            LookAtVerb(look, AskedVerb(expectation));
             break;
     }
     look.seconds = Now();
@@ -109,11 +135,10 @@ static int Expect(const ScenarioPlay& play, const ScenarioLine& line) {
     while (true) {
         const Look look = LookFor(expectation);
         const Finding finding = Judge(expectation, look, motion);
-        const bool holds = finding.holds != expectation.none;
-        if (!holds) heldSince = -1;
-        if (holds && heldSince < 0) heldSince = look.seconds;
-        if (holds && look.seconds - heldSince >= expectation.lasting) break;
-        if (!holds && look.seconds - begun >= within)
+        if (!finding.holds) heldSince = -1;
+        if (finding.holds && heldSince < 0) heldSince = look.seconds;
+        if (finding.holds && look.seconds - heldSince >= expectation.lasting) break;
+        if (!finding.holds && look.seconds - begun >= within)
             return Fail(play, line, "Not so at " + TimeText(look.seconds) + ". Seen:\n" + finding.seen);
         Sleep(kLookSeconds);
     }
@@ -136,9 +161,7 @@ static int CarryOut(const ScenarioPlay& play, const ScenarioLine& line) {
 }
 
 static int PlayLines(const Scenario& scenario, const ScenarioPlay& play) {
-    transcripts = {Transcript{.verb = {"journal"}}, Transcript{.verb = {"console"}}};
-    MarkVerbs();
-    for (Transcript& transcript : transcripts) transcript.written.clear(), transcript.mark = 0;
+    StartTranscripts();
     startedAt = Clock::now();
     bool expected = false;  // by the line above
     for (const ScenarioLine& line : scenario.lines) {
