@@ -149,7 +149,8 @@ static int SavePicture(const fs::path& folder, const std::string& path) {
 
 int RunVerb(const fs::path& folder, const std::vector<std::string>& words) {
     const std::string verb = words.empty() ? "" : words[0];
-    if (verb == "picture") return words.size() == 2 ? SavePicture(folder, words[1]) : Complain("usage: picture FILE.png");
+    if (verb == "picture")
+        return words.size() == 2 ? SavePicture(folder, words[1]) : Complain("usage: picture FILE.png");
     if (verb != "record" || words.size() != 3) return PrintVerb(folder, words);
     return PrintVerb(folder, {verb, words[1], fs::absolute(words[2])});  // the board works in another folder
 }

@@ -9,7 +9,7 @@
 
 void StartRecord();  // with the board as it is now; when it was powered on
 
-void Record(const VerbWords& verb);      // with its word
+void Record(const VerbWords& verb);       // with its word
 void RecordTyped(std::string_view part);  // of what was typed; a line is a verb
 
 VerbAnswer RecordVerb(const VerbWords& words);  // record [start [FILE] | stop]

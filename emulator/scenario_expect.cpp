@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <charconv>
 #include <cmath>
 
@@ -56,8 +57,9 @@ static std::string ParsePlace(Expectation& expectation) {
     const bool running = at < words.size() && words[at] == "running";
     if (at + (standing || running ? 1 : 0) != words.size()) return usage;
     if (running && expectation.none) return "`no` and `running` do not go together: say that it is standing, or gone";
-    expectation.motion = standing ? Expectation::kStanding
-                         : expectation.none ? Expectation::kAny : Expectation::kRunning;
+    expectation.motion = standing           ? Expectation::kStanding
+                         : expectation.none ? Expectation::kAny
+                                            : Expectation::kRunning;
     return "";
 }
 
@@ -121,7 +123,8 @@ static Finding JudgePicture(const Expectation& expectation, const Look& look, Mo
 // Texts
 
 static std::string ParseText(Expectation& expectation) {
-    return expectation.words.empty() ? UsageOf(*expectation.kind) : "";
+    const bool empty = expectation.words.empty() || expectation.words[0].empty();
+    return empty ? UsageOf(*expectation.kind) : "";
 }
 
 static std::string_view NewestLines(std::string_view text, size_t count) {
@@ -130,11 +133,19 @@ static std::string_view NewestLines(std::string_view text, size_t count) {
     return text.substr(from);
 }
 
+// At the start of a word: who expects ACK is not answered by NACK.
+static size_t FindWords(std::string_view text, std::string_view wanted) {
+    const auto inWord = [](char letter) { return isalnum(static_cast<unsigned char>(letter)) != 0; };
+    for (size_t at = 0; (at = text.find(wanted, at)) != text.npos; ++at)
+        if (at == 0 || !inWord(wanted[0]) || !inWord(text[at - 1])) return at;
+    return text.npos;
+}
+
 static Finding JudgeText(const Expectation& expectation, const Look& look, Motion&) {
     constexpr size_t kToldLines = 40;
     std::string wanted;
     for (const std::string& word : expectation.words) wanted += (wanted.empty() ? "" : " ") + word;
-    const size_t at = look.text.find(wanted);
+    const size_t at = FindWords(look.text, wanted);
     if (at == look.text.npos)
         return {false, look.text.empty() ? "Nothing was written.\n" : std::string(NewestLines(look.text, kToldLines))};
     const size_t line = at == 0 ? 0 : look.text.rfind('\n', at - 1) + 1;
@@ -279,7 +290,8 @@ std::string ParseExpectation(Words words, Expectation& expectation) {
         expectation.within = 0;
         words.erase(words.begin());
     }
-    const auto kind = std::ranges::find(kKinds, words.empty() ? "" : std::string_view(words[0]), &ExpectationKind::word);
+    const auto kind =
+        std::ranges::find(kKinds, words.empty() ? "" : std::string_view(words[0]), &ExpectationKind::word);
     if (kind == kKinds.end()) return "what is expected is one of: " + KindList();
     expectation.kind = &*kind;
     words.erase(words.begin());

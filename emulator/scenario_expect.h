@@ -20,11 +20,11 @@ struct ExpectationKind;
 
 struct Expectation {
     const ExpectationKind* kind = nullptr;
-    bool none = false;                         // `no`: the opposite is expected
-    double within = kUsualPatience;            // seconds until it must be so
-    double lasting = 0;                        // seconds that it must then stay so
-    std::vector<std::string> words = {};       // what else the line said
-    std::optional<Shown> shown = {};           // of a picture in a window; right 0: the whole display
+    bool none = false;                    // `no`: the opposite is expected
+    double within = kUsualPatience;       // seconds until it must be so
+    double lasting = 0;                   // seconds that it must then stay so
+    std::vector<std::string> words = {};  // what else the line said
+    std::optional<Shown> shown = {};      // of a picture in a window; right 0: the whole display
     enum { kAny, kRunning, kStanding } motion = kAny;
 };
 

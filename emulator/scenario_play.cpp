@@ -180,14 +180,14 @@ static int PlayLines(const Scenario& scenario, const ScenarioPlay& play) {
 static void PrintOutput(FILE* output) {
     std::array<char, 4096> chunk;
     rewind(output);
-    for (size_t size; (size = fread(chunk.data(), 1, chunk.size(), output)) > 0;)
-        fwrite(chunk.data(), 1, size, stderr);
+    for (size_t size; (size = fread(chunk.data(), 1, chunk.size(), output)) > 0;) fwrite(chunk.data(), 1, size, stderr);
 }
 
 static ChildBoard StartChild(int (*run)()) {
     ChildBoard child{.output = tmpfile()};
     std::array<int, 2> input{-1, -1};
-    if (child.output == nullptr || pipe(input.data()) < 0) return perror("tessel-emulator: cannot start a board"), child;
+    if (child.output == nullptr || pipe(input.data()) < 0)
+        return perror("tessel-emulator: cannot start a board"), child;
     fflush(nullptr);
     child.input = input[1];
     child.process = fork();

@@ -17,7 +17,6 @@
 #include <stdexcept>
 #include <thread>
 
-
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
@@ -189,10 +188,8 @@ std::string TypeAndRead(const Board& board, const std::string& line, double seco
     return Output(board).substr(from);
 }
 
-CtlAnswer Ctl(const Board& board, const Words& words) {
+static CtlAnswer RunEmulator(const Words& line) {
     const auto output = MakePipe(), errors = MakePipe();
-    Words line{kEmulator, "ctl", "--board", board->folder.string()};
-    line.insert(line.end(), words.begin(), words.end());
     const pid_t child = Spawn(line, open("/dev/null", O_RDONLY | O_CLOEXEC), output[1], errors[1]);
     close(output[1]);
     close(errors[1]);
@@ -204,6 +201,16 @@ CtlAnswer Ctl(const Board& board, const Words& words) {
     waitpid(child, &waitStatus, 0);
     answer.status = StatusOf(waitStatus);
     return answer;
+}
+
+CtlAnswer Ctl(const Board& board, const Words& words) {
+    Words line{kEmulator, "ctl", "--board", board->folder.string()};
+    line.insert(line.end(), words.begin(), words.end());
+    return RunEmulator(line);
+}
+
+CtlAnswer Play(const Board& board, const std::string& scenario) {
+    return RunEmulator({kEmulator, "play", scenario, "--patience", "4", "--board", board->folder.string()});
 }
 
 std::vector<Json> TraceLines(const Board& board, std::string_view what) {

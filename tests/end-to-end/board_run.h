@@ -71,6 +71,7 @@ struct CtlAnswer {
     std::string out, err;
 };
 CtlAnswer Ctl(const Board& board, const Words& words);
+CtlAnswer Play(const Board& board, const std::string& scenario);               // a file, on this board
 std::vector<Json> TraceLines(const Board& board, std::string_view what = {});  // all kinds, or one
 std::vector<std::string> ShellLines(const Board& board);                       // what was run through `sh -c`, in order
 Json Status(const Board& board);

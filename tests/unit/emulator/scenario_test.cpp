@@ -1,0 +1,209 @@
+// Scenario files: what their lines mean, what is refused, and how an expectation is judged on what is seen.
+#include "scenario.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+
+#include "test_picture.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using Words = std::vector<std::string>;
+
+TEST(Scenario, LinesHaveTimesVerbsAndExpectations) {
+    const Scenario scenario = ParseScenario(
+        "# A comment.\r\n"
+        "board --camera1 hd-mjpeg   # plugged at power-on\n"
+        "\n"
+        "0:05   expect picture 1 fills\n"
+        "       console \"<AOUT1 -6>\"\n"
+        "+2.5   hdmi-in 0 1280x720p60\n"
+        "75:07.25 expect no log \"Kernel issue\" for 3 within 0.5\n"
+        "  picture now.png");  // no newline at the end
+    ASSERT_THAT(scenario.errors, IsEmpty());
+    EXPECT_EQ(scenario.boardLine, 2u);
+    EXPECT_THAT(scenario.board, ElementsAre("--camera1", "hd-mjpeg"));
+    ASSERT_EQ(scenario.lines.size(), 5u);
+    EXPECT_EQ(scenario.lines[0].number, 4u);
+    EXPECT_FALSE(scenario.lines[0].behind);
+    EXPECT_EQ(scenario.lines[0].seconds, 5);
+    EXPECT_EQ(scenario.lines[0].expectation->within, kUsualPatience);
+    EXPECT_TRUE(scenario.lines[1].behind);
+    EXPECT_EQ(scenario.lines[1].seconds, 0);
+    EXPECT_THAT(scenario.lines[1].verb, ElementsAre("console", "<AOUT1 -6>"));
+    EXPECT_EQ(scenario.lines[2].seconds, 2.5);
+    EXPECT_THAT(scenario.lines[2].verb, ElementsAre("hdmi-in", "0", "1280x720p60"));
+    EXPECT_EQ(scenario.lines[3].seconds, 75 * 60 + 7.25);
+    EXPECT_EQ(scenario.lines[3].expectation->within, 0.5);
+    EXPECT_EQ(scenario.lines[3].expectation->lasting, 3);
+    EXPECT_TRUE(scenario.lines[3].expectation->none);
+    EXPECT_THAT(scenario.lines[4].verb, ElementsAre("picture", "now.png"));
+}
+
+TEST(Scenario, EveryBadLineIsToldWithItsReason) {
+    struct Bad {
+        const char* line;
+        const char* reason;
+    };
+    static constexpr Bad kBad[] = {
+        {"cammera 1 plug hd-mjpeg", "no verb \"cammera\""},
+        {"trace --follow", "no end"},
+        {"board", "above everything else"},
+        {"0:5 status", "no time"},
+        {"0:60 status", "no time"},
+        {"5:-1 status", "no verb"},
+        {"+soon status", "no time"},
+        {"0:30", "nothing to do"},
+        {"console \"<S1>", "not closed"},
+        {"expect", "one of: picture, log"},
+        {"expect noise", "one of: picture, log"},
+        {"expect log", "usage"},
+        {"expect log \"\"", "usage"},
+        {"expect picture 5 fills", "usage"},
+        {"expect picture 1 fills running now", "usage"},
+        {"expect picture 1 at 960x540", "a window reads like"},
+        {"expect picture 1 at 0x540+0+0", "a window reads like"},
+        {"expect picture 1 at", "a window reads like"},
+        {"expect no picture 1 fills running", "do not go together"},
+        {"expect picture size big", "a size reads like"},
+        {"expect status daemon.starts", "usage"},
+        {"expect camera position 3", "usage"},
+        {"expect daemon well", "usage"},
+        {"expect log ACK within soon", "no number of seconds"},
+    };
+    std::string text = "0:01 status\n";
+    for (const Bad& bad : kBad) text.append(bad.line).append("\n");
+    text += "0:00.5 status\n";
+    const Scenario scenario = ParseScenario(text);
+    ASSERT_EQ(scenario.errors.size(), std::size(kBad) + 1);
+    for (size_t i = 0; i < std::size(kBad); ++i) {
+        EXPECT_EQ(scenario.errors[i].line, i + 2);
+        EXPECT_THAT(scenario.errors[i].reason, HasSubstr(kBad[i].reason)) << kBad[i].line;
+    }
+    EXPECT_THAT(scenario.errors.back().reason, HasSubstr("earlier"));
+}
+
+TEST(Scenario, WhatIsRecordedIsReadBack) {
+    for (const Words& verb :
+         {Words{"console", "<S1>"}, Words{"console", "two\nlines"}, Words{"console", ""}, Words{"serial", "<S1>\\r"},
+          Words{"serial", "say \"\\x41\" and \\"}, Words{"kernel-log", "#", "a\tb", "\"", "\\n"},
+          Words{"console", "expect", "+3", "0:01"}}) {
+        const std::string line = ScenarioText(3725.0004, verb);
+        EXPECT_EQ(std::ranges::count(line, '\n'), 0);
+        const Scenario scenario = ParseScenario(line);
+        ASSERT_EQ(scenario.lines.size(), 1u) << line;
+        EXPECT_EQ(scenario.lines[0].verb, verb) << line;
+        EXPECT_EQ(scenario.lines[0].seconds, 3725) << line;
+    }
+}
+
+// ---- Judging
+
+static Expectation Expect(const std::string& line) {
+    const Scenario scenario = ParseScenario("expect " + line);
+    EXPECT_THAT(scenario.errors, IsEmpty()) << line;
+    return *scenario.lines.at(0).expectation;
+}
+
+static bool Holds(const std::string& line, const Look& look) {
+    Motion motion;
+    return Judge(Expect(line), look, motion).holds;
+}
+
+TEST(Expectations, ValuesOfAnAnswer) {
+    const Look look{.answer = Json::parse(R"({"lan": "plugged", "hdmi-in": ["1920x1080p30", null], "held calls": 3,
+                                             "daemon": {"state": "running", "level": -20.02}})")};
+    for (const char* line : {"status lan plugged", "status hdmi-in.0 1920x1080p30", "status hdmi-in.1 null",
+                             "status \"held calls\" 3", "status daemon.level -21..-19", "status daemon.level ..-20",
+                             "status daemon.level -20.02", "no status daemon.level -20..", "status none.of.these null",
+                             "no status hdmi-in.2 x", "daemon running", "no daemon ended"})
+        EXPECT_TRUE(Holds(line, look)) << line;
+    for (const char* line : {"status lan plug", "status daemon.level 20", "status daemon.level 1..x",
+                             "status daemon.level -19..-21", "no status lan plugged", "status lan.0 plugged"})
+        EXPECT_FALSE(Holds(line, look)) << line;
+}
+
+TEST(Expectations, NothingHoldsOfABoardThatIsGoneButItsEnd) {
+    const Look gone{.answer = {}, .trouble = "No board is running."};
+    for (const char* line : {"no log x", "no picture 1", "no status lan plugged", "status lan null", "daemon running"})
+        EXPECT_FALSE(Holds(line, gone)) << line;
+    EXPECT_TRUE(Holds("daemon ended", gone));
+    Motion motion;
+    EXPECT_EQ(Judge(Expect("no log x"), gone, motion).seen, "No board is running.\n");
+}
+
+TEST(Expectations, TextsBeginAtAWord) {
+    const Look look{.text = "one\nNACK\nVIEW => SS1\n", .answer = {}};
+    EXPECT_TRUE(Holds("console NACK", look));
+    EXPECT_FALSE(Holds("console ACK", look));
+    EXPECT_TRUE(Holds("console VIEW => SS", look)) << "words of one line need no quotes";
+    EXPECT_TRUE(Holds("no log \"issue within\"", look));
+    Motion motion;
+    EXPECT_EQ(Judge(Expect("log missing"), look, motion).seen, "one\nNACK\nVIEW => SS1\n");
+    EXPECT_EQ(Judge(Expect("log NACK"), look, motion).seen, "NACK\n");
+}
+
+TEST(Expectations, AppendedTextIsFoundBehindWhatWasLost) {
+    std::string text;
+    for (int line = 0; line < 200; ++line) text += "line " + std::to_string(line) + "\n";
+    EXPECT_EQ(Appended("", "abc"), "abc");
+    EXPECT_EQ(Appended("abc", "abc"), "");
+    EXPECT_EQ(Appended("ab", "abab"), "ab");
+    EXPECT_EQ(Appended(text, text + "news\n"), "news\n");
+    EXPECT_EQ(Appended(text, text.substr(1000) + "news\n"), "news\n") << "its beginning was lost";
+    EXPECT_EQ(Appended("gone\n", text), text) << "all of it was lost";
+}
+
+static uint8_t Channel(double value) { return uint8_t(std::clamp(value, 0.0, 255.0)); }
+
+static Picture Shot(PictureSource source, uint32_t milliseconds) {
+    constexpr size_t kWidth = 640, kHeight = 360;
+    std::vector<uint8_t> yuyv(kWidth * kHeight * 2);
+    DrawPictureYuyv(source, yuyv, kWidth, kHeight, kWidth * 2);
+    DrawMarkYuyv({.source = source, .milliseconds = milliseconds}, yuyv, kWidth, kHeight, kWidth * 2);
+    Picture picture{.width = kWidth, .height = kHeight};
+    for (size_t pixel = 0; pixel < kWidth * kHeight; ++pixel) {
+        const uint8_t* pair = &yuyv[pixel / 2 * 4];
+        const double y = 1.164 * (yuyv[pixel * 2] - 16), cb = pair[1] - 128.0, cr = pair[3] - 128.0;
+        picture.bgrx.insert(picture.bgrx.end(), {Channel(y + 2.018 * cb), Channel(y - 0.391 * cb - 0.813 * cr),
+                                                 Channel(y + 1.596 * cr), uint8_t{0}});
+    }
+    return picture;
+}
+
+TEST(Expectations, PicturesRunOrStand) {
+    struct Step {
+        double seconds;
+        PictureSource source;
+        uint32_t milliseconds;  // of its mark
+        bool there, running, standing;
+    };
+    using enum PictureSource;
+    static constexpr Step kSteps[] = {
+        {0.0, kCamera2, 10, false, false, false}, {0.1, kCamera1, 20, true, false, false},
+        {0.2, kCamera1, 20, true, false, false},  {0.3, kCamera1, 50, true, true, false},
+        {1.2, kCamera1, 50, true, true, false},  // late on a busy machine
+        {1.4, kCamera1, 50, true, true, true},    {2.4, kCamera1, 50, true, false, true},
+        {2.5, kCamera1, 90, true, true, false},   {2.6, kHdmi0, 95, false, false, false},
+        {2.7, kCamera1, 99, true, false, false},  // it was away: one frame tells nothing
+    };
+    const Expectation fills = Expect("picture 1 fills"), standing = Expect("picture 1 at 640x360+0+0 standing");
+    Motion runningMotion, standingMotion;
+    for (const Step& step : kSteps) {
+        const Look look{.seconds = step.seconds, .picture = Shot(step.source, step.milliseconds), .answer = {}};
+        EXPECT_EQ(Holds("no picture 1 fills", look), !step.there) << step.seconds;
+        EXPECT_EQ(Judge(fills, look, runningMotion).holds, step.running) << step.seconds;
+        EXPECT_EQ(Judge(standing, look, standingMotion).holds, step.standing) << step.seconds;
+    }
+    const Look look{.picture = Shot(kCamera1, 1), .answer = {}};
+    EXPECT_TRUE(Holds("picture 1", look));
+    EXPECT_TRUE(Holds("no picture 2", look));
+    EXPECT_TRUE(Holds("picture size 640x360", look));
+    EXPECT_FALSE(Holds("picture size 640x36", look));
+    EXPECT_FALSE(Holds("picture black", look));
+    EXPECT_FALSE(Holds("picture 1 at 320x360+0+0", look)) << "it is larger than that";
+    const Look black{.picture = Picture{640, 360, std::vector<uint8_t>(640 * 360 * 4)}, .answer = {}};
+    EXPECT_TRUE(Holds("picture black", black));
+}
