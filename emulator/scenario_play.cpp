@@ -1,5 +1,6 @@
 #include "scenario_play.h"
 
+#include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -69,9 +70,11 @@ static void MarkVerbs() {
     }
 }
 
-static void StartTranscripts() {
+// Of a board that was running before, what it wrote until now does not count.
+static void StartTranscripts(bool wasRunning) {
     transcripts = {Transcript{.verb = {"journal"}}, Transcript{.verb = {"console"}}};
     for (Transcript& transcript : transcripts) {
+        if (!wasRunning) continue;
         Follow(transcript);
         transcript.written.clear();
     }
@@ -153,7 +156,8 @@ static bool OnlyLooks(const std::vector<std::string>& words) {
 
 static int CarryOut(const ScenarioPlay& play, const ScenarioLine& line) {
     putchar('\n');
-    if (line.verb[0] == "picture") return RunVerb(board, line.verb);
+    if (line.verb[0] == "picture")
+        return RunVerb(board, line.verb) == 0 ? 0 : Fail(play, line, "There is no picture.");
     const BoardAnswer answer = AskBoard(board, line.verb);
     if (!answer.good) return Fail(play, line, answer.text);
     if (OnlyLooks(line.verb)) puts(answer.text.c_str());
@@ -161,7 +165,7 @@ static int CarryOut(const ScenarioPlay& play, const ScenarioLine& line) {
 }
 
 static int PlayLines(const Scenario& scenario, const ScenarioPlay& play) {
-    StartTranscripts();
+    StartTranscripts(!play.board.empty());
     startedAt = Clock::now();
     bool expected = false;  // by the line above
     for (const ScenarioLine& line : scenario.lines) {
@@ -186,8 +190,9 @@ static void PrintOutput(FILE* output) {
 static ChildBoard StartChild(int (*run)()) {
     ChildBoard child{.output = tmpfile()};
     std::array<int, 2> input{-1, -1};
-    if (child.output == nullptr || pipe(input.data()) < 0)
+    if (child.output == nullptr || pipe2(input.data(), O_CLOEXEC) < 0)
         return perror("tessel-emulator: cannot start a board"), child;
+    fcntl(fileno(child.output), F_SETFD, FD_CLOEXEC);  // the daemon inherits what a board's daemon does, no more
     fflush(nullptr);
     child.input = input[1];
     child.process = fork();
@@ -196,8 +201,6 @@ static ChildBoard StartChild(int (*run)()) {
     dup2(input[0], STDIN_FILENO);
     dup2(fileno(child.output), STDOUT_FILENO);
     dup2(fileno(child.output), STDERR_FILENO);
-    close(input[0]);
-    close(input[1]);
     exit(run());
 }
 
