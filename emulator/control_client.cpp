@@ -108,7 +108,7 @@ BoardAnswer AskBoard(const fs::path& folder, const std::vector<std::string>& wor
                               answer.text += text;
                           });
     close(server);
-    return answered ? answer : BoardAnswer{.text = kGone};
+    return answered ? answer : BoardAnswer{.ended = true, .text = kGone};
 }
 
 // The picture

@@ -14,6 +14,7 @@ std::filesystem::path OnlyBoard();
 // Carries out a verb; its result, or what is wrong.
 struct BoardAnswer {
     bool good = false;
+    bool ended = false;  // not good: it had the verb, and was switched off before it answered
     std::string text = {};
 };
 BoardAnswer AskBoard(const std::filesystem::path& folder, const std::vector<std::string>& words);

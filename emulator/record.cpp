@@ -80,6 +80,8 @@ static VerbWords BoardLine() {
     if (Board.oldKernel) words.emplace_back("--old-kernel");
     if (Board.topBoard) words.emplace_back("--top-board");
     if (!Board.restart) words.emplace_back("--no-restart");
+    if (!Board.arguments.empty()) words.emplace_back("--");
+    words.insert(words.end(), Board.arguments.begin(), Board.arguments.end());
     return words;
 }
 
