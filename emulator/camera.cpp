@@ -19,6 +19,7 @@ struct CameraPort {
     bool hostBound = true;
     ControlFault controlFault = ControlFault::kNone;
     std::optional<CameraProfile> plugged;
+    std::string pluggedAs = {};             // the name that was asked for
     std::shared_ptr<CaptureDevice> device;  // null: nothing plugged, or its host controller is unbound
 };
 
@@ -129,6 +130,7 @@ std::string PlugCamera(int camera, const std::string& profile) {
     CameraProfileResult result = LoadCameraProfile(profile);
     if (!result.error.empty()) return result.error;
     port.plugged = std::move(result.profile);
+    port.pluggedAs = profile;
     const std::string error = Connect(camera);
     if (!error.empty()) port.plugged.reset();
     return error;
@@ -159,6 +161,11 @@ void OnCameraPlug(void (*changed)(int camera, const CameraProfile* profile)) {
 const CameraProfile* ConnectedCamera(int camera) {
     const CameraPort& port = PortOf(camera);
     return port.device ? &*port.plugged : nullptr;
+}
+
+std::string PluggedCamera(int camera) {
+    const CameraPort& port = PortOf(camera);
+    return port.plugged ? port.pluggedAs : "";
 }
 
 // ---- Power

@@ -25,6 +25,7 @@ void UsbHostBound(int host, bool bound);
 // null. Kept for the life of the emulator; asking again with the same function changes nothing.
 void OnCameraPlug(void (*changed)(int camera, const CameraProfile* profile));
 const CameraProfile* ConnectedCamera(int camera);  // what the board's USB sees on this port now; null: nothing
+std::string PluggedCamera(int camera);             // the profile by the name that PlugCamera was given; empty: nothing
 
 // What hands did to the port and what the daemon does with it; null when nothing is plugged.
 Json CameraSummary(int camera);

@@ -51,11 +51,6 @@ void RecordTyped(std::string_view part) {
 
 // The beginning: the board as options of `run` tell it, and what they cannot tell.
 
-static std::string PluggedCamera(int camera) {
-    const CameraProfile* profile = ConnectedCamera(camera);
-    return profile != nullptr ? profile->name : "";
-}
-
 static std::string PluggedSource(int port) {
     const HdmiSignal signal = HdmiSourceAt(port);
     return signal.present ? HdmiSignalText(signal) : "";
