@@ -235,34 +235,34 @@ static int CameraMeant(const Board& board, const std::string& command) {
 }
 
 TEST(Ptz, OneNumberMeansTheCameraOnDisplay) {
-    struct Shown {
+    struct OnDisplay {
         const char* commands;
         int camera;
     };
     const Board board = StartCameras(kAbsolute, kBySpeed);
-    for (const Shown& shown : {Shown{"<S1>", 1},
-                               {"<S2>", 2},
-                               {"<SS1>", 1},
-                               {"<SS2>", 2},
-                               {"<TB1>", 1},
-                               {"<TB2>", 2},
-                               {"<BS1>", 1},
-                               {"<BS2>", 2},
-                               {"<PPTL1>", 1},
-                               {"<PPTL2>", 2},
-                               {"<PPTR1>", 1},
-                               {"<PPTR2>", 2},
-                               {"<PPBL1>", 1},
-                               {"<PPBL2>", 2},
-                               {"<PPBR1>", 1},
-                               {"<PPBR2>", 2},
-                               {"<KEY 1>", 1},
-                               {"<KEY 2>", 2}}) {  // the keys leave the swap as it is
+    for (const OnDisplay& shown : {OnDisplay{"<S1>", 1},
+                                   {"<S2>", 2},
+                                   {"<SS1>", 1},
+                                   {"<SS2>", 2},
+                                   {"<TB1>", 1},
+                                   {"<TB2>", 2},
+                                   {"<BS1>", 1},
+                                   {"<BS2>", 2},
+                                   {"<PPTL1>", 1},
+                                   {"<PPTL2>", 2},
+                                   {"<PPTR1>", 1},
+                                   {"<PPTR2>", 2},
+                                   {"<PPBL1>", 1},
+                                   {"<PPBL2>", 2},
+                                   {"<PPBR1>", 1},
+                                   {"<PPBR2>", 2},
+                                   {"<KEY 1>", 1},
+                                   {"<KEY 2>", 2}}) {  // the keys leave the swap as it is
         Command(board, shown.commands);
         EXPECT_EQ(CameraMeant(board, "<PAN 0>"), shown.camera) << shown.commands;
     }
     Command(board, "<DEVICEID 1>");
-    for (const Shown& shown : {Shown{"<IN1>", 1}, {"<IN3>", 1}, {"<IN2>", 2}, {"<IN4>", 2}, {"<IN3>", 2}}) {
+    for (const OnDisplay& shown : {OnDisplay{"<IN1>", 1}, {"<IN3>", 1}, {"<IN2>", 2}, {"<IN4>", 2}, {"<IN3>", 2}}) {
         Command(board, shown.commands);
         EXPECT_EQ(CameraMeant(board, "<PAN 0>"), shown.camera) << shown.commands;
     }
