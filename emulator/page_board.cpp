@@ -24,7 +24,7 @@ static void Close(int descriptor) {
     close(descriptor);
 }
 
-void AskBoard(const std::vector<std::string>& words, std::function<void(bool good, std::string text)> answered) {
+void AskBoardAsync(const std::vector<std::string>& words, std::function<void(bool good, std::string text)> answered) {
     const int board = SendVerb(Board.folder, words);
     if (board < 0) return answered(false, "The board is gone.");
     auto text = std::make_shared<std::string>();

@@ -8,7 +8,7 @@
 #include <vector>
 
 // Sends the verb and calls `answered` once, with its result or with what is wrong.
-void AskBoard(const std::vector<std::string>& words, std::function<void(bool good, std::string text)> answered);
+void AskBoardAsync(const std::vector<std::string>& words, std::function<void(bool good, std::string text)> answered);
 
 // Sends a verb that follows something. `heard` is called with each piece that comes, until Unfollow or the board's end,
 // which `ended` tells. -1: no board.

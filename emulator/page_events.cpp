@@ -67,7 +67,7 @@ static void TellBench(const Json& now) {
 static void LookAtBench() {
     nextLook = 0;
     if (streams.empty()) return;
-    AskBoard({"bench"}, [](bool good, const std::string& text) {
+    AskBoardAsync({"bench"}, [](bool good, const std::string& text) {
         const Json now = good ? Json::parse(text, nullptr, false) : Json();
         if (now.is_object()) TellBench(now);
         nextLook = CallAt(NowMicroseconds() + kLookTime, LookAtBench);

@@ -136,7 +136,7 @@ static void CarryOutVerb(Request& request) {
         if (word == "--follow" || word.find('\0') != word.npos)
             return Finish(request, MHD_HTTP_BAD_REQUEST, "No such word.\n", "text/plain");
     Wait(request);
-    AskBoard(words, [&request](bool good, const std::string& text) {
+    AskBoardAsync(words, [&request](bool good, const std::string& text) {
         const Json answer{{"good", good}, {"text", text}};
         Finish(request, MHD_HTTP_OK, answer.dump(-1, ' ', false, Json::error_handler_t::replace), kJson);
     });
