@@ -11,11 +11,12 @@
 
 #include "audio/audio_levels.h"
 #include "audio/sound_cards.h"
-#include "audio/test_tone.h"
 #include "board/hdmi_receiver.h"
 #include "core/health.h"
 #include "core/log.h"
 #include "gstreamer/bus_messages.h"
+#include "gstreamer/elements.h"
+#include "gstreamer/test_tone.h"
 #include "settings/device_settings.h"
 #include "settings/process_flags.h"
 #include "video/video_devices.h"
@@ -40,13 +41,8 @@ using Element = GstElement* A::*;
 // ---- Elements ----
 
 // The elements that are the same in every life, in the order in which they are made. Each is called as its field is.
-struct ElementRow {
-    Element field;
-    const char* factory;
-    const char* name;
-};
 // clang-format off
-static constexpr ElementRow kElements[] = {
+static constexpr ElementRow<A> kElements[] = {
     {&A::analogAudioInput,  "alsasrc",       "analogAudioInput"},
     {&A::audioConvert1,     "audioconvert",  "audioConvert1"},
     {&A::audioConvert2,     "audioconvert",  "audioConvert2"},
@@ -90,13 +86,8 @@ static constexpr ElementRow kElements[] = {
     {&A::audioOutTee,       "tee",           "audioOutTee"},
 };
 
-struct PropertyRow {
-    Element field;
-    const char* property;
-    const char* value;
-};
 static constexpr const char* kRate = "audio/x-raw, rate=(int)48000";
-static constexpr PropertyRow kProperties[] = {
+static constexpr PropertyRow<A> kProperties[] = {
     {&A::analogAudioInput, "device",        OnboardAudioCards.AnalogCodecDevice},
     {&A::analogAudioInput, "provide-clock", "true"},
     {&A::audioCapsFilter1, "caps",          kRate},
@@ -112,14 +103,7 @@ static constexpr PropertyRow kProperties[] = {
 // clang-format on
 
 static GstElement* Make(const char* factory, const char* name) {
-    GstElement* element = gst_element_factory_make(factory, name);
-    const std::string field = std::string("pipeline.") + name;
-    if (!element) g_assertion_message_expr(nullptr, "gstreamer", __LINE__, "ManageAudioGStreamer", field.c_str());
-    return element;
-}
-
-static void Set(GstElement* element, const char* property, const char* value) {
-    gst_util_set_object_arg(G_OBJECT(element), property, value);
+    return MakeElement(factory, name, "ManageAudioGStreamer");
 }
 
 static GstElement* Add(const AudioPipeline& p, GstElement* element) {
@@ -135,25 +119,25 @@ static GstElement* MakeUsbInput(const char* name, const UsbAudioEndpoint& microp
     const bool captured = microphone.present && !uncompressed;
     GstElement* input = Make(captured ? "alsasrc" : "audiotestsrc", name);
     if (captured) {
-        Set(input, "device", microphone.device);
-        Set(input, "provide-clock", "false");
+        SetProperty(input, "device", microphone.device);
+        SetProperty(input, "provide-clock", "false");
     } else {
-        Set(input, "wave", "4");
+        SetProperty(input, "wave", "4");
     }
     return input;
 }
 
 static GstElement* MakeAlsaSink(const char* name, const char* device) {
     GstElement* sink = Make("alsasink", name);
-    Set(sink, "device", device);
-    Set(sink, "sync", "false");
+    SetProperty(sink, "device", device);
+    SetProperty(sink, "sync", "false");
     return sink;
 }
 
 static GstElement* MakeUsbOutput(const char* name, const UsbAudioEndpoint& loudspeaker) {
     if (loudspeaker.present) return MakeAlsaSink(name, loudspeaker.device);
     GstElement* sink = Make("fakesink", name);
-    Set(sink, "sync", "false");
+    SetProperty(sink, "sync", "false");
     return sink;
 }
 
@@ -164,8 +148,8 @@ static GstElement* MakeHdmiOutput(bool monitorPlugged) {
 }
 
 static void MakeElements(AudioPipeline& p, bool monitorPlugged) {
-    for (const ElementRow& row : kElements) p.*row.field = Add(p, Make(row.factory, row.name));
-    for (const PropertyRow& row : kProperties) Set(p.*row.field, row.property, row.value);
+    for (const ElementRow<A>& row : kElements) p.*row.field = Add(p, Make(row.factory, row.name));
+    SetProperties(p, kProperties);
     p.audioHdmiOutputSink = Add(p, MakeHdmiOutput(monitorPlugged));
     p.usb1AudioOutSink = Add(p, MakeUsbOutput("usb1AudioOutSink", Usb1AudioOut));
     p.usb2AudioOutSink = Add(p, MakeUsbOutput("usb2AudioOutSink", Usb2AudioOut));
@@ -241,8 +225,8 @@ static bool CapturesFpga(const Routing& routing) { return std::ranges::find(rout
 
 static void LinkFpgaCapture(AudioPipeline& p, const Routing& routing) {
     p.analogAudioOutput = Make("alsasrc", "analogAudioOutput");
-    Set(p.analogAudioOutput, "device", OnboardAudioCards.FpgaAudioDevice);
-    Set(p.analogAudioOutput, "provide-clock", "false");
+    SetProperty(p.analogAudioOutput, "device", OnboardAudioCards.FpgaAudioDevice);
+    SetProperty(p.analogAudioOutput, "provide-clock", "false");
     if (!CapturesFpga(routing)) {
         gst_object_unref(gst_object_ref_sink(p.analogAudioOutput));
         return;
@@ -263,7 +247,7 @@ static void RouteOutput(const AudioPipeline& p, const OutputRoute& route, uint8_
     } else {
         Link(p, {&A::audioOutTee, route.feed});
         // The pipeline plays when every sink has its first buffer. This one never gets any: the others must not wait.
-        if (!hasFpga) Set(p.*route.sink, "async", "false");
+        if (!hasFpga) SetProperty(p.*route.sink, "async", "false");
     }
 }
 

@@ -7,6 +7,7 @@
 #include "core/shell.h"
 #include "gstreamer/bus_messages.h"
 #include "gstreamer/capture_pools.h"
+#include "gstreamer/elements.h"
 #include "settings/device_settings.h"
 #include "video/camera_quirks.h"
 
@@ -15,33 +16,27 @@ using Element = GstElement* V::*;
 
 // Every element of the pipeline, in the order in which they are made and added. Where the factory is empty, it depends
 // on what is attached, and the element is made before the others.
-struct ElementRow {
-    Element field;
-    const char* factory;
-    const char* name;
-    const char* assertion;  // how the process names an element that cannot be made
-};
 // clang-format off
-static constexpr ElementRow kElements[] = {
-    {&V::src1,                     nullptr,             "src1", "pipeline.src1"},
-    {&V::src2,                     nullptr,             "src2", "pipeline.src2"},
-    {&V::src3,                     nullptr,             "src3", "pipeline.src3"},
-    {&V::capsfilter1,              "capsfilter",        "capsfilter1", "pipeline.capsfilter1"},
+static constexpr ElementRow<V> kElements[] = {
+    {&V::src1,                     nullptr,             "src1"},
+    {&V::src2,                     nullptr,             "src2"},
+    {&V::src3,                     nullptr,             "src3"},
+    {&V::capsfilter1,              "capsfilter",        "capsfilter1"},
     {&V::capsfilterMultifilesrc1, "capsfilter", "pipeline.capsfilterMultifilesrc1", "pipeline.capsfilterMultifilesrc1"},
-    {&V::capsfilter2,              "capsfilter",        "capsfilter2", "pipeline.capsfilter2"},
+    {&V::capsfilter2,              "capsfilter",        "capsfilter2"},
     {&V::capsfilterMultifilesrc2, "capsfilter", "pipeline.capsfilterMultifilesrc2", "pipeline.capsfilterMultifilesrc2"},
-    {&V::capsfilter3,              "capsfilter",        "capsfilter3", "pipeline.capsfilter3"},
-    {&V::videocrop,                "videocrop",         "videocrop", "pipeline.videocrop"},
-    {&V::parse1,                   "jpegparse",         "parse1", "pipeline.parse1"},
-    {&V::parse2,                   "jpegparse",         "parse2", "pipeline.parse2"},
-    {&V::decode1,                  nullptr,             "decode1", "elem"},
-    {&V::decode2,                  nullptr,             "decode2", "elem"},
-    {&V::queue1,                   "queue",             "queue1", "pipeline.queue1"},
-    {&V::queue2,                   "queue",             "queue2", "pipeline.queue2"},
-    {&V::mix,                      "imxcompositor_g2d", "mix", "pipeline.mix"},
-    {&V::overlay_sink,             "imxv4l2sink",       "overlay_sink", "pipeline.overlay_sink"},
-    {&V::video_sink,               "fpsdisplaysink",    "video_sink", "pipeline.video_sink"},
-    {&V::valve,                    "identity",          "valve", "pipeline.valve"},
+    {&V::capsfilter3,              "capsfilter",        "capsfilter3"},
+    {&V::videocrop,                "videocrop",         "videocrop"},
+    {&V::parse1,                   "jpegparse",         "parse1"},
+    {&V::parse2,                   "jpegparse",         "parse2"},
+    {&V::decode1,                  nullptr,             "decode1"},
+    {&V::decode2,                  nullptr,             "decode2"},
+    {&V::queue1,                   "queue",             "queue1"},
+    {&V::queue2,                   "queue",             "queue2"},
+    {&V::mix,                      "imxcompositor_g2d", "mix"},
+    {&V::overlay_sink,             "imxv4l2sink",       "overlay_sink"},
+    {&V::video_sink,               "fpsdisplaysink",    "video_sink"},
+    {&V::valve,                    "identity",          "valve"},
     {&V::multifilesrc1,            "multifilesrc",      "multifilesrc1", "multifilesrc1"},
     {&V::multifilesrc2,            "multifilesrc",      "multifilesrc2", "multifilesrc2"},
     {&V::multifilesink1,           "multifilesink",     "multifilesink1", "multifilesink1"},
@@ -52,12 +47,7 @@ static constexpr ElementRow kElements[] = {
 // Properties that are the same in every pipeline.
 //
 // The measuring sink imposes its own "sync" on the sink inside it, so both carry the same value.
-struct PropertyRow {
-    Element field;
-    const char* property;
-    const char* value;
-};
-static constexpr PropertyRow kProperties[] = {
+static constexpr PropertyRow<V> kProperties[] = {
     {&V::capsfilter3, "caps-change-mode", "1"},
     {&V::queue1, "max-size-buffers", "3"},
     {&V::queue2, "max-size-buffers", "3"},
@@ -107,14 +97,8 @@ struct Build {
     std::array<std::string, 2> cameraCaps;
 };
 
-static GstElement* Make(const char* factory, const char* name, const char* assertion) {
-    GstElement* element = gst_element_factory_make(factory, name);
-    if (!element) g_assertion_message_expr(nullptr, "gstreamer", __LINE__, "ManageDynamicGStreamer", assertion);
-    return element;
-}
-
-static void Set(GstElement* element, const char* property, const char* value) {
-    gst_util_set_object_arg(G_OBJECT(element), property, value);
+static GstElement* Make(const char* factory, const char* name, const char* assertion = nullptr) {
+    return MakeElement(factory, name, "ManageDynamicGStreamer", assertion);
 }
 
 static bool LinkPads(GstElement* from, GstElement* to, const char* pad) {
@@ -143,91 +127,90 @@ static PipelineTraits FindTraits() {
     return traits;
 }
 
-static GstElement* MakeCameraSource(const Build& build, size_t index, const char* name, const char* assertion) {
+static GstElement* MakeCameraSource(const Build& build, size_t index, const char* name) {
     const CameraInput& camera = CameraInputs[index];
     if (!build.cameraLive[index]) {
         LogInfo("Activating test pattern as input %d.\n", int(index) + 1);
-        GstElement* source = Make("videotestsrc", name, assertion);
-        Set(source, "pattern", "2");
+        GstElement* source = Make("videotestsrc", name);
+        SetProperty(source, "pattern", "2");
         return source;
     }
     LogInfo("Found %s as %s, format at %dx%d %dHz\n", camera.card, camera.devicePath, int(camera.selected.width),
             int(camera.selected.height), int(camera.selected.fps));
-    GstElement* source = Make("v4l2src", name, assertion);
-    Set(source, "device", camera.devicePath);
-    if (build.traits.timestampOverride) Set(source, "do-timestamp", "true");
+    GstElement* source = Make("v4l2src", name);
+    SetProperty(source, "device", camera.devicePath);
+    if (build.traits.timestampOverride) SetProperty(source, "do-timestamp", "true");
     return source;
 }
 
 static GstElement* MakeHdmiSource(const Build& build) {
     if (!build.hdmiLive) {
         LogInfo("Activating test pattern as input 3.\n");
-        GstElement* source = Make("videotestsrc", "src3", "pipeline.src3");
-        Set(source, "pattern", "2");
+        GstElement* source = Make("videotestsrc", "src3");
+        SetProperty(source, "pattern", "2");
         return source;
     }
     LogInfo("Found %s as %s\n", "CSI input", CsiDevicePath);
-    GstElement* source = Make("imxv4l2src", "src3", "pipeline.src3");
-    Set(source, "device", CsiDevicePath);
+    GstElement* source = Make("imxv4l2src", "src3");
+    SetProperty(source, "device", CsiDevicePath);
     if (build.traits.timestampOverride) {
-        Set(source, "do-timestamp", "true");
-        Set(source, "frame-plus", "16");
+        SetProperty(source, "do-timestamp", "true");
+        SetProperty(source, "frame-plus", "16");
     }
     return source;
 }
 
 GstElement* instanciateJpegDecoder(bool started, const CameraInput& camera, const char* name, int number) {
     const bool inSoftware = started && OnCameraList(camera.card, NoFullHdMjpegCameras);
-    GstElement* decoder = gst_element_factory_make(inSoftware ? "jpegdec" : "vpudec", name);
-    if (!decoder) g_assertion_message_expr(nullptr, "gstreamer", __LINE__, "instanciateJpegDecoder", "elem");
-    Set(decoder, "qos", "false");
+    GstElement* decoder = MakeElement(inSoftware ? "jpegdec" : "vpudec", name, "instanciateJpegDecoder", "elem");
+    SetProperty(decoder, "qos", "false");
     if (inSoftware) {
         LogInfo("Use JPEGDEC for camera %i.\n", number);
     } else {
-        Set(decoder, "frame-plus", "3");
-        Set(decoder, "frame-drop", "true");
+        SetProperty(decoder, "frame-plus", "3");
+        SetProperty(decoder, "frame-drop", "true");
     }
     return decoder;
 }
 
 static void MakeElements(Build& build, bool started) {
     VideoPipeline& p = build.elements;
-    p.src1 = MakeCameraSource(build, 0, "src1", "pipeline.src1");
-    p.src2 = MakeCameraSource(build, 1, "src2", "pipeline.src2");
+    p.src1 = MakeCameraSource(build, 0, "src1");
+    p.src2 = MakeCameraSource(build, 1, "src2");
     StartHdmiSyncPoll(p.hdmiPoll);
     p.src3 = MakeHdmiSource(build);
     for (size_t i = 0; i < kUsbBranches.size(); ++i)
         if (build.cameraLive[i]) build.cameraCaps[i] = CameraCaps(CameraInputs[i].selected);
     p.decode1 = instanciateJpegDecoder(started, CameraInputs[0], "decode1", 1);
     p.decode2 = instanciateJpegDecoder(started, CameraInputs[1], "decode2", 2);
-    for (const ElementRow& row : kElements)
+    for (const ElementRow<V>& row : kElements)
         if (row.factory) p.*row.field = Make(row.factory, row.name, row.assertion);
 }
 
 void CropHdmiInput(VideoPipeline& p, const HdmiCapture& capture) {
-    Set(p.capsfilter3, "caps", HdmiCaps(capture).c_str());
-    Set(p.videocrop, "bottom", std::to_string(capture.cropBottom).c_str());
+    SetProperty(p.capsfilter3, "caps", HdmiCaps(capture).c_str());
+    SetProperty(p.videocrop, "bottom", std::to_string(capture.cropBottom).c_str());
     p.hdmiCapture = capture;
 }
 
-static void SetProperties(Build& build) {
+static void SetUpElements(Build& build) {
     VideoPipeline& p = build.elements;
     g_object_set(p.video_sink, "video-sink", p.overlay_sink, nullptr);
-    for (const PropertyRow& row : kProperties) Set(p.*row.field, row.property, row.value);
+    SetProperties(p, kProperties);
 
-    Set(p.mix, "latency", CompositorLatency(build.traits));
+    SetProperty(p.mix, "latency", CompositorLatency(build.traits));
     for (size_t i = 0; i < kUsbBranches.size(); ++i) {
         const UsbBranch& branch = kUsbBranches[i];
-        Set(p.*branch.capsfilter, "caps", build.cameraCaps[i].c_str());
-        Set(p.*branch.queue, "leaky", build.traits.stillImage[i] ? "0" : "2");
-        if (build.traits.timestampOverride) Set(p.*branch.multifilesrc, "do-timestamp", "true");
+        SetProperty(p.*branch.capsfilter, "caps", build.cameraCaps[i].c_str());
+        SetProperty(p.*branch.queue, "leaky", build.traits.stillImage[i] ? "0" : "2");
+        if (build.traits.timestampOverride) SetProperty(p.*branch.multifilesrc, "do-timestamp", "true");
     }
     CropHdmiInput(p, build.hdmiLive ? ChooseHdmiCapture(HdmiInput) : kIdleHdmiCapture);
 }
 
 // The measuring sink already holds the display sink.
 static void AddElements(VideoPipeline& p) {
-    for (const ElementRow& row : kElements)
+    for (const ElementRow<V>& row : kElements)
         if (!GST_OBJECT_PARENT(p.*row.field)) gst_bin_add(GST_BIN(p.pipeline), p.*row.field);
 }
 
@@ -253,10 +236,10 @@ static GstElement* DetourThroughFile(Build& build, size_t index) {
     const UsbBranch& branch = kUsbBranches[index];
     LogInfo("Low FPS camera detected on USB%d.\n", int(index) + 1);
     if (build.hdmiLive) {
-        Set(p.overlay_sink, "sync", "true");
-        Set(p.video_sink, "sync", "true");
+        SetProperty(p.overlay_sink, "sync", "true");
+        SetProperty(p.video_sink, "sync", "true");
     }
-    Set(p.*branch.capsfilterMultifilesrc, "caps", build.cameraCaps[index].c_str());
+    SetProperty(p.*branch.capsfilterMultifilesrc, "caps", build.cameraCaps[index].c_str());
     Link({p.*branch.capsfilter, p.*branch.multifilesink});
     Link({p.*branch.multifilesrc, p.*branch.capsfilterMultifilesrc});
     return p.*branch.capsfilterMultifilesrc;
@@ -330,7 +313,7 @@ void BuildVideoPipeline(VideoPipeline& p, bool started) {
 
     MakePipeline(p);
     MakeElements(build, started);
-    SetProperties(build);
+    SetUpElements(build);
     AddElements(p);
     LinkCamera(build, 0);
     LinkCamera(build, 1);

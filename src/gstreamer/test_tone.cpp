@@ -1,11 +1,10 @@
-#include "audio/test_tone.h"
+#include "gstreamer/test_tone.h"
 
-#include <array>
 #include <cmath>
-#include <initializer_list>
 
 #include "audio/sound_cards.h"
 #include "core/log.h"
+#include "gstreamer/elements.h"
 #include "settings/device_identity.h"
 #include "settings/process_flags.h"
 
@@ -14,15 +13,9 @@ struct TestTone {  // all elements belong to the pipeline
     GstElement *analogAudioInput, *audioCapsFilter2, *audioInputSink;
     GstElement *audioCapsFilter3, *level, *analogAudioOutput, *fakesink;
 };
-using Element = GstElement* TestTone::*;
 
-struct ElementRow {
-    Element field;
-    const char* factory;
-    const char* name;
-};
 // clang-format off
-static constexpr ElementRow kElements[] = {
+static constexpr ElementRow<TestTone> kElements[] = {
     {&TestTone::audiotestsrc,      "audiotestsrc", "audiotestsrc"},
     {&TestTone::audioCapsFilter1,  "capsfilter",   "audioCapsFilter1"},
     {&TestTone::audioOutputSink,   "alsasink",     "audioOutputSink"},
@@ -35,13 +28,8 @@ static constexpr ElementRow kElements[] = {
     {&TestTone::fakesink,          "fakesink",     "fakesink"},
 };
 
-struct PropertyRow {
-    Element field;
-    const char* property;
-    const char* value;
-};
 static constexpr const char* kRate = "audio/x-raw, rate=(int)48000";
-static constexpr PropertyRow kProperties[] = {
+static constexpr PropertyRow<TestTone> kProperties[] = {
     {&TestTone::audiotestsrc,      "freq",     "1000.0"},
     {&TestTone::audioCapsFilter1,  "caps",     kRate},
     {&TestTone::audioCapsFilter2,  "caps",     kRate},
@@ -59,14 +47,11 @@ static constexpr PropertyRow kProperties[] = {
 
 static TestTone MakeElements(GstElement* pipeline) {
     TestTone tone = {};
-    for (const ElementRow& row : kElements) {
-        GstElement* element = gst_element_factory_make(row.factory, row.name);
-        if (!element) g_assertion_message_expr(nullptr, "audio", __LINE__, "ManageAudioGStreamer", row.name);
-        tone.*row.field = element;
-        gst_bin_add(GST_BIN(pipeline), element);
+    for (const ElementRow<TestTone>& row : kElements) {
+        tone.*row.field = MakeElement(row.factory, row.name, "ManageAudioGStreamer");
+        gst_bin_add(GST_BIN(pipeline), tone.*row.field);
     }
-    for (const PropertyRow& row : kProperties)
-        gst_util_set_object_arg(G_OBJECT(tone.*row.field), row.property, row.value);
+    SetProperties(tone, kProperties);
     return tone;
 }
 
