@@ -21,11 +21,9 @@
 #include "system_files.h"
 #include "watchdog.h"
 
-Json HdmiSignalText(int port) {
+Json SourceAt(int port) {
     const HdmiSignal signal = HdmiSourceAt(port);
-    if (!signal.present) return nullptr;
-    return std::to_string(signal.width) + "x" + std::to_string(signal.height) + (signal.interlaced ? "i" : "p") +
-           std::to_string(signal.rate);
+    return signal.present ? Json(HdmiSignalText(signal)) : Json(nullptr);
 }
 
 Json LedsNow() {
@@ -56,7 +54,7 @@ static bool IsBlanked() {
 static Json Ports() {
     return {{"camera", {CameraSummary(1), CameraSummary(2)}},
             {"sound", {PluggedSound(1), PluggedSound(2)}},
-            {"hdmi-in", {HdmiSignalText(0), HdmiSignalText(1)}},
+            {"hdmi-in", {SourceAt(0), SourceAt(1)}},
             {"monitor", PluggedMonitor()},
             {"blank", IsBlanked()},
             {"lan", LanPlugged()},

@@ -5,7 +5,7 @@
 #include "control.h"
 #include "trace.h"
 
-Json HdmiSignalText(int port);  // "1920x1080p30", null when nothing is plugged
-Json LedsNow();                 // every LED by name
+Json SourceAt(int port);  // what is plugged into an HDMI input, "1920x1080p30"; null: nothing
+Json LedsNow();           // every LED by name
 
 VerbAnswer BenchVerb(const VerbWords& words);

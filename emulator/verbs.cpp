@@ -58,7 +58,7 @@ static VerbAnswer StatusVerb(const VerbWords& words) {
         {"daemon", ServiceStatus()},
         {"camera1", CameraStatus(1)},
         {"camera2", CameraStatus(2)},
-        {"hdmi-in", {HdmiSignalText(0), HdmiSignalText(1)}},
+        {"hdmi-in", {SourceAt(0), SourceAt(1)}},
         {"monitor", PluggedMonitor()},
         {"panel", Board.panel},
         {"lan", LanPlugged() ? "plugged" : "unplugged"},
