@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "test_picture.h"
+#include "text.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -25,52 +26,34 @@ TEST(Scenario, LinesHaveTimesVerbsAndExpectations) {
     ASSERT_THAT(scenario.errors, IsEmpty());
     EXPECT_EQ(scenario.boardLine, 2u);
     EXPECT_THAT(scenario.board, ElementsAre("--camera1", "hd-mjpeg"));
-    ASSERT_EQ(scenario.lines.size(), 5u);
-    EXPECT_EQ(scenario.lines[0].number, 4u);
-    EXPECT_FALSE(scenario.lines[0].behind);
-    EXPECT_EQ(scenario.lines[0].seconds, 5);
+    std::vector<std::string> told;
+    for (const ScenarioLine& line : scenario.lines)
+        told.push_back(Text("%zu %s%.2f ", line.number, line.behind ? "+" : "", line.seconds) + QuotedWords(line.verb));
+    ASSERT_THAT(told, ElementsAre("4 5.00 ", "5 +0.00 console \"<AOUT1 -6>\"", "6 +2.50 hdmi-in 0 1280x720p60",
+                                  "7 4507.25 ", "8 +0.00 picture now.png"));
     EXPECT_EQ(scenario.lines[0].expectation->within, kUsualPatience);
-    EXPECT_TRUE(scenario.lines[1].behind);
-    EXPECT_EQ(scenario.lines[1].seconds, 0);
-    EXPECT_THAT(scenario.lines[1].verb, ElementsAre("console", "<AOUT1 -6>"));
-    EXPECT_EQ(scenario.lines[2].seconds, 2.5);
-    EXPECT_THAT(scenario.lines[2].verb, ElementsAre("hdmi-in", "0", "1280x720p60"));
-    EXPECT_EQ(scenario.lines[3].seconds, 75 * 60 + 7.25);
     EXPECT_EQ(scenario.lines[3].expectation->within, 0.5);
     EXPECT_EQ(scenario.lines[3].expectation->lasting, 3);
     EXPECT_TRUE(scenario.lines[3].expectation->none);
-    EXPECT_THAT(scenario.lines[4].verb, ElementsAre("picture", "now.png"));
 }
 
 TEST(Scenario, EveryBadLineIsToldWithItsReason) {
     struct Bad {
-        const char* line;
-        const char* reason;
+        const char *line, *reason;
     };
     static constexpr Bad kBad[] = {
         {"cammera 1 plug hd-mjpeg", "no verb \"cammera\""},
         {"trace --follow", "no end"},
         {"board", "above everything else"},
         {"0:5 status", "no time"},
-        {"0:60 status", "no time"},
-        {"5:-1 status", "no verb"},
-        {"+soon status", "no time"},
         {"0:30", "nothing to do"},
         {"console \"<S1>", "not closed"},
-        {"expect", "one of: picture, log"},
         {"expect noise", "one of: picture, log"},
-        {"expect log", "usage"},
-        {"expect log \"\"", "usage"},
-        {"expect picture 5 fills", "usage"},
         {"expect picture 1 fills running now", "usage"},
-        {"expect picture 1 at 960x540", "a window reads like"},
         {"expect picture 1 at 0x540+0+0", "a window reads like"},
-        {"expect picture 1 at", "a window reads like"},
         {"expect no picture 1 fills running", "do not go together"},
         {"expect picture size big", "a size reads like"},
         {"expect status daemon.starts", "usage"},
-        {"expect camera position 3", "usage"},
-        {"expect daemon well", "usage"},
         {"expect log ACK within soon", "no number of seconds"},
     };
     std::string text = "0:01 status\n";
@@ -86,10 +69,11 @@ TEST(Scenario, EveryBadLineIsToldWithItsReason) {
 }
 
 TEST(Scenario, WhatIsRecordedIsReadBack) {
-    for (const Words& verb :
-         {Words{"console", "<S1>"}, Words{"console", "two\nlines"}, Words{"console", ""}, Words{"serial", "<S1>\\r"},
-          Words{"serial", "say \"\\x41\" and \\"}, Words{"kernel-log", "#", "a\tb", "\"", "\\n"},
-          Words{"console", "expect", "+3", "0:01"}}) {
+    for (const Words& verb : {Words{"console", "two\nlines"},
+                              {"console", ""},
+                              {"serial", "say \"\\x41\" and \\"},
+                              {"kernel-log", "#", "a\tb", "\"", "\\n"},
+                              {"console", "expect", "+3", "0:01"}}) {
         const std::string line = ScenarioText(3725.0004, verb);
         EXPECT_EQ(std::ranges::count(line, '\n'), 0);
         const Scenario scenario = ParseScenario(line);
@@ -130,18 +114,13 @@ TEST(Expectations, NothingHoldsOfABoardThatIsGoneButItsEnd) {
     for (const char* line : {"no log x", "no picture 1", "no status lan plugged", "status lan null", "daemon running"})
         EXPECT_FALSE(Holds(line, gone)) << line;
     EXPECT_TRUE(Holds("daemon ended", gone));
-    Motion motion;
-    EXPECT_EQ(Judge(Expect("no log x"), gone, motion).seen, "No board is running.\n");
 }
 
 TEST(Expectations, TextsBeginAtAWord) {
     const Look look{.text = "one\nNACK\nVIEW => SS1\n", .answer = {}};
-    EXPECT_TRUE(Holds("console NACK", look));
-    EXPECT_FALSE(Holds("console ACK", look));
-    EXPECT_TRUE(Holds("console VIEW => SS", look)) << "words of one line need no quotes";
-    EXPECT_TRUE(Holds("no log \"issue within\"", look));
+    for (const char* line : {"console NACK", "no console ACK", "console VIEW => SS", "no log \"issue within\""})
+        EXPECT_TRUE(Holds(line, look)) << line;
     Motion motion;
-    EXPECT_EQ(Judge(Expect("log missing"), look, motion).seen, "one\nNACK\nVIEW => SS1\n");
     EXPECT_EQ(Judge(Expect("log NACK"), look, motion).seen, "NACK\n");
 }
 
@@ -178,32 +157,27 @@ TEST(Expectations, PicturesRunOrStand) {
         double seconds;
         PictureSource source;
         uint32_t milliseconds;  // of its mark
-        bool there, running, standing;
+        bool running, standing;
     };
     using enum PictureSource;
     static constexpr Step kSteps[] = {
-        {0.0, kCamera2, 10, false, false, false}, {0.1, kCamera1, 20, true, false, false},
-        {0.2, kCamera1, 20, true, false, false},  {0.3, kCamera1, 50, true, true, false},
-        {1.2, kCamera1, 50, true, true, false},  // late on a busy machine
-        {1.4, kCamera1, 50, true, true, true},    {2.4, kCamera1, 50, true, false, true},
-        {2.5, kCamera1, 90, true, true, false},   {2.6, kHdmi0, 95, false, false, false},
-        {2.7, kCamera1, 99, true, false, false},  // it was away: one frame tells nothing
+        {0.0, kCamera2, 10, false, false}, {0.1, kCamera1, 20, false, false}, {0.2, kCamera1, 20, false, false},
+        {0.3, kCamera1, 50, true, false},  {1.2, kCamera1, 50, true, false},  {1.4, kCamera1, 50, true, true},
+        {2.4, kCamera1, 50, false, true},  {2.5, kCamera1, 90, true, false},  {2.6, kHdmi0, 95, false, false},
+        {2.7, kCamera1, 99, false, false},  // it was away: one frame tells nothing
     };
     const Expectation fills = Expect("picture 1 fills"), standing = Expect("picture 1 at 640x360+0+0 standing");
     Motion runningMotion, standingMotion;
     for (const Step& step : kSteps) {
         const Look look{.seconds = step.seconds, .picture = Shot(step.source, step.milliseconds), .answer = {}};
-        EXPECT_EQ(Holds("no picture 1 fills", look), !step.there) << step.seconds;
+        EXPECT_EQ(Holds("no picture 1 fills", look), step.source != kCamera1) << step.seconds;
         EXPECT_EQ(Judge(fills, look, runningMotion).holds, step.running) << step.seconds;
         EXPECT_EQ(Judge(standing, look, standingMotion).holds, step.standing) << step.seconds;
     }
     const Look look{.picture = Shot(kCamera1, 1), .answer = {}};
-    EXPECT_TRUE(Holds("picture 1", look));
-    EXPECT_TRUE(Holds("no picture 2", look));
-    EXPECT_TRUE(Holds("picture size 640x360", look));
-    EXPECT_FALSE(Holds("picture size 640x36", look));
-    EXPECT_FALSE(Holds("picture black", look));
-    EXPECT_FALSE(Holds("picture 1 at 320x360+0+0", look)) << "it is larger than that";
+    for (const char* line : {"picture 1", "no picture 2", "picture size 640x360", "no picture size 640x36",
+                             "no picture black", "no picture 1 at 320x360+0+0"})
+        EXPECT_TRUE(Holds(line, look)) << line;
     const Look black{.picture = Picture{640, 360, std::vector<uint8_t>(640 * 360 * 4)}, .answer = {}};
     EXPECT_TRUE(Holds("picture black", black));
 }

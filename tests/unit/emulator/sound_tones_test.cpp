@@ -3,11 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
-#include <cmath>
-
-#include "sound_device.h"
-
 static std::vector<int16_t> Sound(const std::vector<std::pair<unsigned, double>>& tones, unsigned rate, size_t count) {
     std::vector<int16_t> sum(count);
     for (const auto& [frequency, level] : tones) {
@@ -15,16 +10,6 @@ static std::vector<int16_t> Sound(const std::vector<std::pair<unsigned, double>>
         for (size_t i = 0; i < count; ++i) sum[i] = static_cast<int16_t>(sum[i] + tone[i % tone.size()]);
     }
     return sum;
-}
-
-TEST(SoundTones, PlacesCanBeToldApart) {
-    std::vector<unsigned> tones = {kTestTone};
-    for (const SoundPlaceRow& place : kSoundPlaces)
-        if (place.tone != 0) tones.push_back(place.tone);
-    for (const unsigned tone : tones) {
-        EXPECT_EQ(tone % 10, 0u);
-        for (const unsigned other : tones) EXPECT_TRUE(tone == other || other % tone != 0) << tone << " " << other;
-    }
 }
 
 // At every rate that a device of ours has, with all tones sounding but the one that is looked for.
@@ -40,18 +25,6 @@ TEST(SoundTones, SpectrumMeasuresEachToneAlone) {
         EXPECT_LT(level(1000), -90) << rate;
     }
     EXPECT_EQ(Decibels(0), kSilence);
-}
-
-// Beside another tone, and between two bins of the spectrum.
-TEST(SoundTones, FrequencyIsExact) {
-    constexpr unsigned kRate = 48000;
-    for (const double frequency : {1000.0, 1000.3, 1002.4, 998.0}) {
-        std::vector<int16_t> sound = Sound({{410, -20}}, kRate, kRate / kBinHertz);
-        for (size_t i = 0; i < sound.size(); ++i)
-            sound[i] =
-                static_cast<int16_t>(sound[i] + 20000 * std::sin(6.283185307179586 * frequency * double(i) / kRate));
-        EXPECT_NEAR(ExactFrequency(sound, 1000, kRate), frequency, 0.05);
-    }
 }
 
 // A short window: loud neighbours must not hide that a tone is absent, nor its presence.

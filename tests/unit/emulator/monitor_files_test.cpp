@@ -1,0 +1,60 @@
+// Monitors as data files.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <iterator>
+#include <numeric>
+#include <utility>
+
+#include "board.h"
+#include "edid.h"
+#include "monitor.h"
+#include "text.h"
+
+static std::vector<uint8_t> EdidOf(const std::string& monitor) {
+    std::ifstream file(EmulatorFile("monitors") / (monitor + ".edid"));
+    return ParseEdidFile(std::string(std::istreambuf_iterator(file), {})).value_or(EdidFile{}).bytes;
+}
+
+TEST(MonitorFiles, CarryGoodEdidsExceptWhereTheyMeanNotTo) {
+    static constexpr std::array<uint8_t, 8> kHeader{0, 255, 255, 255, 255, 255, 255, 0};
+    const auto monitors = ListMonitors();
+    EXPECT_GE(monitors.size(), 11u);
+    for (const MonitorSummary& row : monitors) {
+        SCOPED_TRACE(row.name);
+        const std::vector<uint8_t> edid = EdidOf(row.name);
+        EXPECT_EQ(edid.empty(), row.name == "none-ddc");
+        if (edid.empty()) continue;
+        ASSERT_TRUE(edid.size() == 128 || edid.size() == 256);
+        EXPECT_EQ(edid[126] + 1u, edid.size() / 128);
+        for (auto block = edid.begin(); block != edid.end(); block += 128)
+            EXPECT_EQ(std::accumulate(block, block + 128, 0u) % 256, 0u);
+        EXPECT_EQ(std::equal(kHeader.begin(), kHeader.end(), edid.begin()), row.name != "garbage");
+    }
+}
+
+TEST(MonitorFiles, PreferTheTimingOfTheirName) {
+    for (const auto& [name, mode] : {std::pair{"1080p60", "1920x1080 60.0"},
+                                     {"1080p50", "1920x1080 50.0"},
+                                     {"1080p30", "1920x1080 30.0"},
+                                     {"720p60", "1280x720 60.0"},
+                                     {"720p50", "1280x720 50.0"},
+                                     {"1366x768", "1366x768 59.8"}}) {
+        const auto timing = PreferredTiming(EdidOf(name));
+        ASSERT_TRUE(timing) << name;
+        const double line = timing->xres + timing->left_margin + timing->right_margin + timing->hsync_len;
+        const double lines = timing->yres + timing->upper_margin + timing->lower_margin + timing->vsync_len;
+        const double rate = 1e12 / (timing->pixclock * line * lines);
+        EXPECT_EQ(Text("%ux%u %.1f", timing->xres, timing->yres, rate), mode) << name;
+    }
+    EXPECT_FALSE(PreferredTiming(EdidOf("display-descriptor-first")));
+}
+
+TEST(MonitorFiles, WithOtherThanHexAreRefused) {
+    const auto good = ParseEdidFile("# words\n00 FFff\t01 # more\r\n");
+    ASSERT_TRUE(good);
+    EXPECT_THAT(good->bytes, testing::ElementsAre(0, 255, 255, 1));
+    for (const char* text : {"0", "00 F", "0x00", "00,01", "!fix", "-1"}) EXPECT_FALSE(ParseEdidFile(text)) << text;
+}
