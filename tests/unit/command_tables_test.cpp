@@ -1,17 +1,19 @@
 #include "commands/command_tables.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <regex.h>
 
+#include <algorithm>
 #include <cctype>
+#include <fstream>
+#include <map>
+#include <regex>
 #include <string>
 
-#include "commands/report_view.h"
-
 static std::string Word(const CommandEntry& row) {
-    std::string word;
-    for (char c : std::string(row.pattern))
-        if (isalnum(c) != 0) word += c;
+    std::string word = row.pattern;
+    std::erase_if(word, [](char c) { return isalnum(c) == 0; });
     return word;
 }
 
@@ -24,72 +26,61 @@ static bool Matches(const char* pattern, const std::string& text) {
 }
 
 struct TableCase {
-    const char* name;
     std::span<const CommandEntry> table;
     char open, separator, close;
 };
-static const TableCase kTables[] = {{"serial", SerialCommandTable, '<', ' ', '>'},
-                                    {"network", NetworkCommandTable, '$', '_', '$'}};
-
-static std::string Example(const TableCase& table, const CommandEntry& row) {
-    std::string text = table.open + Word(row);
-    for (int i = 0; i < row.argumentCount; ++i) text += table.separator + std::string("1");
-    return text + table.close;
-}
 
 // A word that is part of another (KEY and SKEY, S1 and SS1, RST and RSTR) must not run it.
-TEST(CommandTables, EveryCommandRunsItsOwnRowOnly) {
-    for (const TableCase& table : kTables) {
+TEST(CommandTables, EveryCommandRunsItsOwnRowOnlyAndOnlyWhenItIsWhole) {
+    for (const TableCase& table : {TableCase{SerialCommandTable, '<', ' ', '>'}, {NetworkCommandTable, '$', '_', '$'}})
         for (const CommandEntry& row : table.table) {
-            const std::string text = Example(table, row);
-            std::string matched;
+            const std::string start = table.open + Word(row);
+            std::string text = start, matched;
+            for (int i = 0; i < row.argumentCount; ++i) text += table.separator + std::string("1");
+            text += table.close;
             for (const CommandEntry& other : table.table)
                 if (Matches(other.pattern, text)) matched += other.pattern;
-            EXPECT_EQ(matched, row.pattern) << table.name << " " << text;
-        }
-    }
-}
+            EXPECT_EQ(matched, row.pattern) << text;
 
-TEST(CommandTables, CommandsNeedTheirDelimitersAndArguments) {
-    for (const TableCase& table : kTables) {
-        for (const CommandEntry& row : table.table) {
-            const std::string text = Example(table, row);
             const bool bareStart = Word(row) == "GETLOG";  // browsers have its address without the first delimiter
             EXPECT_EQ(Matches(row.pattern, text.substr(1)), bareStart) << text;
             EXPECT_FALSE(Matches(row.pattern, text.substr(0, text.size() - 1))) << text;
-            const std::string bare = table.open + Word(row) + table.close;
-            EXPECT_EQ(Matches(row.pattern, bare), row.argumentCount == 0) << bare;
+            EXPECT_EQ(Matches(row.pattern, start + table.close), row.argumentCount == 0) << text;
             EXPECT_TRUE(row.handler != nullptr || (row.kind != kAction && row.value1 != kNoValue)) << "nothing to do";
         }
-    }
 }
 
-// What both tables know, they select alike and take the same number of arguments for.
-TEST(CommandTables, NetworkSpeaksTheSerialVocabulary) {
-    for (const CommandEntry& network : NetworkCommandTable) {
-        const CommandEntry* serial = nullptr;
-        for (const CommandEntry& row : SerialCommandTable)
-            if (Word(row) == Word(network)) serial = &row;
-        if (serial == nullptr) continue;
-        EXPECT_EQ(network.kind, serial->kind) << network.pattern;
-        EXPECT_EQ(network.value1, serial->value1) << network.pattern;
-        EXPECT_EQ(network.handler == nullptr, serial->handler == nullptr) << network.pattern;
-        EXPECT_TRUE(network.handler != nullptr || network.value2 == serial->value2) << network.pattern;
-        EXPECT_EQ(network.argumentCount, serial->argumentCount) << network.pattern;
-    }
+// ---- docs/commands.md: every word's count of numbers, channels and variants
+
+using Vocabulary = std::map<std::string, std::string>;
+
+static std::string Entry(auto numbers, const std::string& channels, const std::string& variants) {
+    return std::to_string(numbers) + " numbers, channels " + channels + ", variants " + variants;
 }
 
-TEST(ViewName, IsTheWordThatSelectsWhatIsShown) {
-    const auto name = [](const ShownView& shown) {
-        const std::string serial = ViewName(SerialCommandTable, shown);
-        EXPECT_EQ(ViewName(NetworkCommandTable, shown), serial);
-        return serial;
+static Vocabulary InTables() {
+    Vocabulary words;
+    const auto entry = [](const CommandEntry& row, const char* channels) {
+        return Entry(row.argumentCount, channels, row.handler ? "all" : row.kind == kLayout ? "0" : "1..3");
     };
-    EXPECT_EQ(name({.deviceId = 0, .view = 0, .swap = 0, .input = 3}), "S1");
-    EXPECT_EQ(name({.deviceId = 0, .view = 2, .swap = 1, .input = 1}), "SS2");
-    EXPECT_EQ(name({.deviceId = 0, .view = 7, .swap = 0, .input = 1}), "PPBR1");
-    EXPECT_EQ(name({.deviceId = 0, .view = 21, .swap = 0, .input = 1}), "TB1");
-    EXPECT_EQ(name({.deviceId = 0, .view = 0, .swap = 1, .input = 1}), "") << "S1 has no swapped form";
-    EXPECT_EQ(name({.deviceId = 2, .view = 0, .swap = 0, .input = 4}), "IN4");
-    EXPECT_EQ(name({.deviceId = 2, .view = 0, .swap = 0, .input = 0}), "");
+    for (const CommandEntry& row : SerialCommandTable) words[Word(row)] = entry(row, "local");
+    for (const CommandEntry& row : NetworkCommandTable)
+        words[Word(row)] = entry(row, words.contains(Word(row)) ? "all" : "network");
+    return words;
 }
+
+// A command's row: | `WORD` | `number` `number` | channels | variants | effect |
+static Vocabulary InReference() {
+    static const std::regex kRow(R"(\| `([A-Z0-9]+)` \|([^|]*)\| (all|local|network) \| ([^ |]+) \| [^ |][^|]* \|)");
+    std::ifstream file(COMMAND_REFERENCE_PATH);
+    Vocabulary words;
+    std::smatch cells;
+    for (std::string line; std::getline(file, line);) {
+        if (!std::regex_match(line, cells, kRow)) continue;
+        const auto numbers = std::count(cells[2].first, cells[2].second, '`') / 2;
+        EXPECT_TRUE(words.try_emplace(cells[1].str(), Entry(numbers, cells[3], cells[4])).second) << "again: " << line;
+    }
+    return words;
+}
+
+TEST(CommandReference, SaysWhatTheTablesSay) { EXPECT_THAT(InReference(), testing::ContainerEq(InTables())); }

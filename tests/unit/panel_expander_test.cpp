@@ -18,11 +18,9 @@ struct Hold {
 
 std::vector<int> Play(PanelGestures& state, const std::vector<Hold>& holds) {
     std::vector<int> keys;
-    for (const Hold& hold : holds) {
+    for (const Hold& hold : holds)
         for (int pass = 0; pass < hold.passes; ++pass)
-            if (const PanelWishes wishes = StepPanel(state, Port(hold.held)); wishes.key != 0)
-                keys.push_back(wishes.key);
-    }
+            if (const uint8_t key = StepPanel(state, Port(hold.held)).key) keys.push_back(key);
     return keys;
 }
 
@@ -42,9 +40,7 @@ const Gesture kGestures[] = {
     {"a combination", {{3}, {0}}, {3}},
     {"the last one held counts", {{1}, {3}, {2}, {0}}, {2}},
     {"64 alone", {{kShift}, {0}}, {64}},
-    {"64 alone, long", {{kShift, 100}, {0}}, {64}},
     {"shifted", {{kShift}, {65}, {kShift}}, {65}},
-    {"and nothing behind it", {{kShift}, {65}, {kShift}, {0}}, {65}},
     {"shifted twice", {{kShift}, {65}, {kShift}, {72}, {kShift}, {0}}, {65, 72}},
     {"pressed in one go", {{65}, {kShift}, {0}}, {65}},
     {"let go in one go", {{kShift}, {65}, {0}}, {65}},
@@ -53,8 +49,7 @@ const Gesture kGestures[] = {
     {"nothing behind a shifted key", {{kShift}, {65}, {kShift}, {66}, {2}, {0}}, {65}},
     {"afterwards all is as before", {{kShift}, {65}, {kShift}, {0}, {2}, {0}}, {65, 2}},
     {"shifted and long without 32", {{kShift}, {65, 100}, {kShift}, {0}}, {65}},
-    {"32 held long locks", {{kLock, 100}}, {}, true},
-    {"and counts for nothing", {{kLock, 100}, {0}}, {}, true},
+    {"32 held long locks and counts for nothing", {{kLock, 100}, {0}}, {}, true},
     {"locked", {{48, 100}, {0}, {1}, {0}, {kShift}, {65}, {kShift}, {0}}, {}, true},
     {"once a hold", {{kLock, 500}, {0}}, {}, true},
     {"unlocked", {{kLock, 100}, {0}, {33, 100}, {0}}, {}},
@@ -126,44 +121,29 @@ struct Walk {
 void ExpectKeyIsEarned(Walk& walk, const PanelGestures& before, uint8_t key) {
     const PanelGestures& now = walk.state;
     ++walk.keys;
-    ASSERT_FALSE(before.locked || now.locked);
-    ASSERT_EQ(walk.locksSinceIdle, 0) << "the combination was the lock's";
-    ASSERT_EQ(key, before.pressed) << "what was held";
-    ASSERT_NE(before.pressed & ~now.pressed, 0) << "something was let go";
-    ASSERT_TRUE(now.pressed == kShift || (now.pressed == 0 && walk.keysSinceIdle == 0)) << "two keys for one release";
+    EXPECT_FALSE(before.locked || now.locked);
+    EXPECT_EQ(walk.locksSinceIdle, 0) << "the combination was the lock's";
+    EXPECT_EQ(key, before.pressed) << "what was held";
+    EXPECT_NE(before.pressed & ~now.pressed, 0) << "something was let go";
+    EXPECT_TRUE(now.pressed == kShift || (now.pressed == 0 && walk.keysSinceIdle == 0)) << "two keys for one release";
     ++walk.keysSinceIdle;
-}
-
-void ExpectLockIsEarned(Walk& walk) {
-    ++walk.locks;
-    ASSERT_EQ(++walk.locksSinceIdle, 1) << "once until all buttons are up";
-    ASSERT_TRUE(walk.state.pressed & kLock);
-    ASSERT_EQ(walk.state.holdTimer, 60);
-}
-
-void ExpectBounds(const PanelGestures& state) {
-    ASSERT_LE(state.debounceTimer, 2);
-    ASSERT_LE(state.holdTimer, 60);
-    ASSERT_LE(state.blinkTimer, 11);
-    ASSERT_LE(state.ledHoldOff, 1);
-    ASSERT_LE(state.startUpTimer, 40);
 }
 
 void Step(Walk& walk, uint8_t port) {
     const PanelGestures before = walk.state;
+    const PanelGestures& now = walk.state;
     const PanelWishes wishes = StepPanel(walk.state, port);
     walk.quietPasses = port == walk.port ? walk.quietPasses + 1 : 0;
     walk.port = port;
     if (wishes.key != 0) ExpectKeyIsEarned(walk, before, wishes.key);
-    if (walk.state.locked != before.locked) ExpectLockIsEarned(walk);
-    EXPECT_TRUE(walk.state.pressed == before.pressed || walk.quietPasses == 3);
-    if (walk.state.pressed == 0) walk.keysSinceIdle = walk.locksSinceIdle = 0;
-    ExpectBounds(walk.state);
-}
-
-void ExpectIdle(const PanelGestures& state) {
-    ASSERT_EQ(state.pressed | state.ledHoldOff, 0);
-    ASSERT_FALSE(state.shifted || state.consumed);
+    if (now.locked != before.locked) {
+        ++walk.locks;
+        EXPECT_EQ(++walk.locksSinceIdle, 1) << "once until all buttons are up";
+        EXPECT_TRUE((now.pressed & kLock) && now.holdTimer == 60);
+    }
+    EXPECT_TRUE(now.pressed == before.pressed || walk.quietPasses == 3);
+    if (now.pressed == 0) walk.keysSinceIdle = walk.locksSinceIdle = 0;
+    EXPECT_TRUE(now.debounceTimer <= 2 && now.holdTimer <= 60 && now.blinkTimer <= 11 && now.startUpTimer <= 40);
 }
 
 // Presses and bounces of every length, the port's eighth bit included: what holds whatever the fingers do.
@@ -172,15 +152,14 @@ TEST(PanelExpander, NothingUnearnedInAMillionPasses) {
     const auto below = [&](unsigned limit) { return unsigned(random()) % limit; };
     Walk walk;
     int held = 0;
-    for (int passes = 0; passes < 1'000'000;) {
+    for (int passes = 0; passes < 1'000'000 && !HasFailure();) {
         const bool release = below(8) == 0;
         held = release ? 0 : below(4) == 0 ? int(below(256)) : held ^ 1 << below(8);
         const int dwell = release ? 5 : int(below(4) == 0 ? below(150) : below(8));
-        for (int i = 0; i < dwell; ++i, ++passes) {
-            Step(walk, uint8_t(held ^ 0x3F));
-            if (HasFailure()) FAIL() << "in pass " << passes;
-        }
-        if (release) ExpectIdle(walk.state);
+        for (int i = 0; i < dwell; ++i, ++passes) Step(walk, uint8_t(held ^ 0x3F));
+        if (!release) continue;
+        EXPECT_EQ(walk.state.pressed | walk.state.ledHoldOff, 0) << "in pass " << passes;
+        EXPECT_FALSE(walk.state.shifted || walk.state.consumed) << "in pass " << passes;
     }
     EXPECT_GT(walk.keys, 1000);
     EXPECT_GT(walk.locks, 1000);

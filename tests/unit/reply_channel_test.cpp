@@ -9,10 +9,6 @@
 #include <string>
 #include <thread>
 
-#include "core/log.h"
-#include "core/shell.h"
-#include "settings/device_settings.h"
-
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
@@ -56,22 +52,4 @@ TEST_F(ReplyChannelTest, DeafClientIsCutOffOnce) {
 
     ReplyChannel = -1;
     EXPECT_FALSE(WriteToClient("nobody is there"));
-}
-
-// Programs that we start write into the same connection: full, it must not hold them either.
-TEST_F(ReplyChannelTest, FullLogClientHoldsNoTool) {
-    testing::internal::CaptureStdout();
-    InitLog();
-    EXPECT_FALSE(IsLogClient(sockets[0]));
-    SetNetworkLog(1);
-    EXPECT_TRUE(IsLogClient(sockets[0]));
-    EXPECT_FALSE(IsLogClient(sockets[1]));
-    PrintOut("%s", kMoreThanFits.c_str());
-    const auto start = Clock::now();
-    RunShell("timeout 5 echo lost 2> /dev/null");
-    EXPECT_LT(Clock::now() - start, 4s);
-    SetNetworkLog(0);
-    EXPECT_FALSE(IsLogClient(sockets[0]));
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "STDOUT/STDERR to console.\n");
-    CopySettings(Settings, DefaultSettings);
 }

@@ -1,45 +1,34 @@
 // The decisions of the video thread: what makes it lay out, switch, rebuild.
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "gstreamer/pipeline_choices.h"
 #include "gstreamer/supervision_rules.h"
 
-static SelectedFormat Format(uint32_t fourcc, uint32_t width, uint32_t height, uint32_t fps) {
-    SelectedFormat format = {};
-    format.fourcc = fourcc;
-    format.width = width;
-    format.height = height;
-    format.fps = fps;
-    return format;
-}
-
 TEST(CameraCaps, NameFormatSizeAndRate) {
-    SelectedFormat mjpg = Format(kMjpg, 1920, 1080, 30);
-    EXPECT_EQ(CameraCaps(mjpg), "image/jpeg, width=(int)1920, height=(int)1080, framerate=(fraction)30/1");
-    SelectedFormat h264 = Format(kH264, 1280, 720, 25);
-    EXPECT_EQ(CameraCaps(h264), "video/x-h264, width=(int)1280, height=(int)720, framerate=(fraction)25/1");
-    SelectedFormat yuyv = Format(kYuyv, 640, 360, 30);
-    EXPECT_EQ(CameraCaps(yuyv), "video/x-raw, width=(int)640, height=(int)360, framerate=(fraction)30/1");
-    SelectedFormat absent = Format(0, 640, 360, 30);
-    EXPECT_EQ(CameraCaps(absent), kIdleCaps);
-    SelectedFormat broken = Format(kMjpg, 0, 0, 30);
-    EXPECT_EQ(CameraCaps(broken), kIdleCaps);
-}
-
-TEST(CameraCaps, AnImplausibleRateIsScaledWhereItIsStoredAndNotNamed) {
-    SelectedFormat format = Format(kMjpg, 1280, 720, 1000000);
-    EXPECT_EQ(CameraCaps(format), "image/jpeg, width=(int)1280, height=(int)720");
-    EXPECT_EQ(format.fps, 10000u);
-
-    SelectedFormat border = Format(kMjpg, 1280, 720, 1999);
-    EXPECT_EQ(CameraCaps(border), "image/jpeg, width=(int)1280, height=(int)720, framerate=(fraction)1999/1");
-    EXPECT_EQ(border.fps, 1999u);
-
-    SelectedFormat yuyv = Format(kYuyv, 640, 360, 2000);
-    CameraCaps(yuyv);
-    EXPECT_EQ(yuyv.fps, 2000u);
+    struct Case {
+        uint32_t fourcc, width, height, fps;
+        const char* caps;
+        uint32_t fpsAfter;
+    };
+    static constexpr Case kCases[] = {
+        {kMjpg, 1920, 1080, 30, "image/jpeg, width=(int)1920, height=(int)1080, framerate=(fraction)30/1", 30},
+        {kH264, 1280, 720, 25, "video/x-h264, width=(int)1280, height=(int)720, framerate=(fraction)25/1", 25},
+        {kYuyv, 640, 360, 2000, "video/x-raw, width=(int)640, height=(int)360, framerate=(fraction)2000/1", 2000},
+        // An implausible rate is scaled where it is stored and not named.
+        {kMjpg, 1280, 720, 1999, "image/jpeg, width=(int)1280, height=(int)720, framerate=(fraction)1999/1", 1999},
+        {kMjpg, 1280, 720, 1000000, "image/jpeg, width=(int)1280, height=(int)720", 10000},
+        {0, 640, 360, 30, kIdleCaps, 30},
+        {kMjpg, 0, 0, 30, kIdleCaps, 30},
+    };
+    for (const Case& row : kCases) {
+        SelectedFormat format = {};
+        format.fourcc = row.fourcc;
+        format.width = row.width;
+        format.height = row.height;
+        format.fps = row.fps;
+        EXPECT_EQ(CameraCaps(format), row.caps);
+        EXPECT_EQ(format.fps, row.fpsAfter) << row.caps;
+    }
 }
 
 TEST(HdmiCapture, AnInterlacedInputIsCapturedTwiceAsHighAndCroppedToOneField) {
@@ -54,11 +43,10 @@ TEST(HdmiCapture, AnInterlacedInputIsCapturedTwiceAsHighAndCroppedToOneField) {
     status.AltWidth = 720;
     status.AltHeight = 288;
     status.AltFlag = 1;
+    status.Interlaced = 0;
     const HdmiCapture alternate = ChooseAlternateCapture(status);
     EXPECT_EQ(HdmiCaps(alternate), "video/x-raw, width=(int)720, height=(int)576, format=(string)YUY2");
     EXPECT_EQ(alternate.cropBottom, 288);
-
-    status.Interlaced = 0;
     EXPECT_EQ(ChooseHdmiCapture(status).height, 540);
     EXPECT_EQ(ChooseHdmiCapture(status).cropBottom, 0);
 }
@@ -67,32 +55,30 @@ TEST(PipelineTraits, OneCameraSetsThePaceOfAllButStillImagesAreItsOwn) {
     EXPECT_STREQ(CompositorLatency(ChooseTraits("Some Camera", "")), "0");
     EXPECT_STREQ(CompositorLatency(ChooseTraits("", "HD Pro Webcam C920")), "50000000");
     EXPECT_STREQ(CompositorLatency(ChooseTraits("HD Pro Webcam C920", "Brio 305")), "500000000");
-    const PipelineTraits canvas = ChooseTraits("", "Huddly Canvas: Video");
-    EXPECT_TRUE(canvas.timestampOverride);
-    EXPECT_FALSE(canvas.stillImage[0]);
-    EXPECT_TRUE(canvas.stillImage[1]);
+    EXPECT_EQ(ChooseTraits("", "Huddly Canvas: Video").stillImage, (std::array{false, true}));
 }
 
 TEST(Parser, IsUsedByListBySettingAndWhereTheOtherCameraIsMuchSlower) {
-    const ParserFacts plain = {.listed = false, .enabled = false, .otherPresent = true, .fps = 30, .otherFps = 30};
-    const auto with = [&](auto change) {
-        ParserFacts facts = plain;
-        change(facts);
-        return ChooseParser(facts);
+    struct Case {
+        ParserFacts facts;  // listed, enabled, otherPresent, fps, otherFps
+        bool useParse, rateMismatch;
     };
-    EXPECT_FALSE(ChooseParser(plain).useParse);
-    EXPECT_TRUE(with([](ParserFacts& f) { f.listed = true; }).useParse);
-    EXPECT_TRUE(with([](ParserFacts& f) { f.enabled = true; }).useParse);
-    EXPECT_TRUE(with([](ParserFacts& f) { f.otherFps = 10; }).rateMismatch);
-    EXPECT_TRUE(with([](ParserFacts& f) { f.otherFps = 14; }).useParse);
-    EXPECT_FALSE(with([](ParserFacts& f) { f.otherFps = 15; }).useParse) << "half is not below half";
-    EXPECT_TRUE(with([](ParserFacts& f) { f.fps = 31, f.otherFps = 15; }).useParse)
-        << "half of an odd rate is a real number";
-    EXPECT_FALSE(with([](ParserFacts& f) { f.fps = 10; }).useParse) << "the slower one needs none";
-    EXPECT_FALSE(with([](ParserFacts& f) { f.otherFps = 10, f.otherPresent = false; }).useParse);
+    static constexpr Case kCases[] = {
+        {{false, false, true, 30, 30}, false, false},  {{true, false, true, 30, 30}, true, false},
+        {{false, true, true, 30, 30}, true, false},    {{false, false, true, 30, 14}, true, true},
+        {{false, false, true, 30, 15}, false, false},  // half is not below half
+        {{false, false, true, 31, 15}, true, true},    // half of an odd rate is a real number
+        {{false, false, true, 10, 30}, false, false},  // the slower one needs none
+        {{false, false, false, 30, 10}, false, false},
+    };
+    for (const Case& row : kCases) {
+        const ParserChoice choice = ChooseParser(row.facts);
+        EXPECT_EQ(choice.useParse, row.useParse) << row.facts.fps << " beside " << row.facts.otherFps;
+        EXPECT_EQ(choice.rateMismatch, row.rateMismatch) << row.facts.fps << " beside " << row.facts.otherFps;
+    }
 }
 
-static constexpr HdmiSnapshot kNone = {.signalDetect = 0, .inputValid = 0, .altValid = 0, .width = 0, .height = 0};
+static constexpr HdmiSnapshot kNone = {};
 static constexpr HdmiSnapshot kFullHd = {
     .signalDetect = 1, .inputValid = 1, .altValid = 0, .width = 1920, .height = 1080};
 static constexpr HdmiSnapshot kHd = {.signalDetect = 1, .inputValid = 1, .altValid = 0, .width = 1280, .height = 720};
@@ -125,97 +111,46 @@ TEST(HdmiInput, IsRebuiltOnlyWhenNoSideOfThePictureFits) {
 }
 
 TEST(HdmiInput, LosingItOrASignalOnTheOtherPortChangesTheLayout) {
-    EXPECT_TRUE(HdmiChangesLayout(kFullHd, kNone));
-    EXPECT_FALSE(HdmiChangesLayout(kNone, kFullHd));
     HdmiSnapshot both = kFullHd;
     both.altValid = 1;
+    EXPECT_TRUE(HdmiChangesLayout(kFullHd, kNone));
+    EXPECT_FALSE(HdmiChangesLayout(kNone, kFullHd));
     EXPECT_TRUE(HdmiChangesLayout(kFullHd, both));
     EXPECT_FALSE(HdmiChangesLayout(both, kFullHd));
 }
 
-TEST(ShownSettings, EveryFieldThatShapesThePictureCounts) {
-    DeviceSettings record;
-    std::memset(static_cast<void*>(&record), 0, sizeof record);
-    const ShownSettings before = NoteSettings(record);
-    for (SharedByte* field : {&record.View, &record.Swap, &record.SwHdmi, &record.Input, &record.Black, &record.Inv1,
-                              &record.Inv2, &record.Inv3, &record.Inv4}) {
-        *field = 1;
-        EXPECT_NE(NoteSettings(record), before);
-        *field = 0;
+// Choosing S2 again swaps its two sources; on variant 0 the second place follows the only source there is.
+TEST(SecondPlace, HoldsWhatWasChosenOrIsThere) {
+    struct Case {
+        const char* what;
+        SecondPlaceFacts facts;  // variant, view, s2Count, swHdmi, shown view and swHdmi, HDMI active, camera 2 present
+        SecondPlaceChoice choice;  // applyFirst, swHdmi, s2Count
+    };
+    static constexpr Case kCases[] = {
+        {"S2 again", {0, kViewS2, 1, 0, kViewS2, 0, true, true}, {false, 1, 0}},
+        {"and once more", {0, kViewS2, 1, 1, kViewS2, 1, true, true}, {false, 0, 0}},
+        {"a choice that is not shown yet", {0, kViewS2, 1, 1, kViewS2, 0, true, true}, {true, 0, 0}},
+        {"the first choice only shows it", {0, kViewS2, 1, 0, kViewSS, 0, true, true}, {false, 0, 0}},
+        {"another view", {0, kViewSS, 1, 0, kViewSS, 0, true, true}, {false, 0, 0}},
+        {"nothing to swap with", {1, kViewS2, 1, 0, kViewS2, 0, false, true}, {false, 0, 1}},
+        {"HDMI alone", {0, kViewSS, 1, 0, kViewS2, 0, true, false}, {false, 1, 0}},
+        {"neither", {0, kViewSS, 1, 1, kViewS2, 0, false, false}, {false, 0, 0}},
+        {"camera 2 alone", {0, kViewSS, 1, 1, kViewS2, 0, false, true}, {false, 0, 0}},
+        {"with both there the operator's choice stays", {0, kViewSS, 1, 1, kViewS2, 0, true, true}, {false, 1, 0}},
+        {"on other variants it stays", {3, kViewS1, 0, 1, kViewS1, 1, false, false}, {false, 1, 0}},
+    };
+    for (const Case& row : kCases) {
+        const SecondPlaceChoice choice = ChooseSecondPlace(row.facts);
+        EXPECT_EQ(choice.applyFirst, row.choice.applyFirst) << row.what;
+        EXPECT_EQ(choice.swHdmi, row.choice.swHdmi) << row.what;
+        EXPECT_EQ(choice.s2Count, row.choice.s2Count) << row.what;
     }
-    record.AoutHdmi = 1;
-    record.Pad0Rect.right = 1920;
-    EXPECT_EQ(NoteSettings(record), before);
-}
-
-static constexpr SecondPlaceFacts kS2Again = {.deviceId = 0,
-                                              .view = kViewS2,
-                                              .s2Count = 1,
-                                              .swHdmi = 0,
-                                              .shownView = kViewS2,
-                                              .shownSwHdmi = 0,
-                                              .hdmiActive = true,
-                                              .camera2Present = true};
-
-TEST(SecondPlace, ChoosingS2AgainSwapsItsTwoSources) {
-    SecondPlaceFacts facts = kS2Again;
-    EXPECT_EQ(ChooseSecondPlace(facts).swHdmi, 1);
-    EXPECT_EQ(ChooseSecondPlace(facts).s2Count, 0);
-    facts.swHdmi = 1;
-    facts.shownSwHdmi = 1;
-    EXPECT_EQ(ChooseSecondPlace(facts).swHdmi, 0);
-    EXPECT_FALSE(ChooseSecondPlace(facts).applyFirst);
-
-    facts.shownSwHdmi = 0;
-    EXPECT_TRUE(ChooseSecondPlace(facts).applyFirst);
-
-    facts = kS2Again;
-    facts.shownView = kViewSS;
-    EXPECT_EQ(ChooseSecondPlace(facts).swHdmi, 0) << "the first choice only shows it";
-    EXPECT_EQ(ChooseSecondPlace(facts).s2Count, 0);
-
-    facts.view = kViewSS;
-    EXPECT_EQ(ChooseSecondPlace(facts).swHdmi, 0);
-    EXPECT_EQ(ChooseSecondPlace(facts).s2Count, 0);
-
-    facts = kS2Again;
-    facts.deviceId = 1;
-    facts.hdmiActive = false;
-    EXPECT_EQ(ChooseSecondPlace(facts).swHdmi, 0);
-    EXPECT_EQ(ChooseSecondPlace(facts).s2Count, 1);
-}
-
-TEST(SecondPlace, FollowsTheOnlySourceThereIsOnVariant0) {
-    SecondPlaceFacts facts = kS2Again;
-    facts.view = kViewSS;
-    facts.camera2Present = false;
-    EXPECT_EQ(ChooseSecondPlace(facts).swHdmi, 1);
-    facts.hdmiActive = false;
-    facts.swHdmi = 1;
-    EXPECT_EQ(ChooseSecondPlace(facts).swHdmi, 0);
-    facts.camera2Present = true;
-    EXPECT_EQ(ChooseSecondPlace(facts).swHdmi, 0);
-    facts.hdmiActive = true;
-    EXPECT_EQ(ChooseSecondPlace(facts).swHdmi, 1) << "with both there the operator's choice stays";
-
-    facts = {.deviceId = 3,
-             .view = kViewS1,
-             .s2Count = 0,
-             .swHdmi = 1,
-             .shownView = kViewS1,
-             .shownSwHdmi = 1,
-             .hdmiActive = false,
-             .camera2Present = false};
-    EXPECT_EQ(ChooseSecondPlace(facts).swHdmi, 1);
 }
 
 TEST(InputStep, SwitchesPortsOnceAndThenShows) {
     HdmiInputStatus hdmi = {};
-    hdmi.Port = 0;
-    hdmi.Width = 1920;
-    hdmi.AltWidth = 1920;
-    hdmi.Height = 1080;
-    hdmi.AltHeight = 1080;
+    for (auto* width : {&hdmi.Width, &hdmi.AltWidth}) *width = 1920;
+    for (auto* height : {&hdmi.Height, &hdmi.AltHeight}) *height = 1080;
     hdmi.AltValid = 1;
     for (int input : {1, 2}) EXPECT_EQ(ChooseInputStep(1, uint8_t(input), hdmi, false, false), InputStep::kShow);
     EXPECT_EQ(ChooseInputStep(0, 4, hdmi, false, false), InputStep::kShow) << "variant 0 has no inputs to select";
