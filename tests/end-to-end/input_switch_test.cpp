@@ -11,13 +11,13 @@ TEST_P(InputSwitch, SelectsEachOfFourInputs) {
                        "--hdmi-in", "1920x1080p30"});
     ASSERT_TRUE(WaitForPicture(board)) << Output(board);
     ASSERT_EQ(Ctl(board, {"hdmi-in", "1", "1280x720p60"}).status, 0);
-    for (const char input : std::string("1234213143")) {
+    for (const char input : std::string("1234213")) {
         const std::string command = std::string("<IN") + input + ">\n";
         EXPECT_NE(TypeAndRead(board, command).find("ACK\r\n"), std::string::npos);
         EXPECT_TRUE(ShowsFull(board, input, 12)) << command << Seen(board);
     }
 }
-INSTANTIATE_TEST_SUITE_P(Variants, InputSwitch, testing::Values(1, 2, 3));
+INSTANTIATE_TEST_SUITE_P(Variants, InputSwitch, testing::Values(1, 2));
 
 TEST(HdmiInput, FastClockIsRefusedByTheOldKernelAndShownByTheNew) {
     const Words words = {"--hdmi-in", "1920x1080p60", "--camera1", "hd-mjpeg"};

@@ -1,105 +1,62 @@
-// Cables pulled and plugged, twenty times in a row: the picture comes back every time, and nothing is left behind.
+// Cables pulled and plugged, again and again: the picture comes back every time, and nothing is left behind.
 #include <gmock/gmock.h>
-#include <signal.h>
 
 #include "picture_probe.h"
 
 using testing::HasSubstr;
 using testing::Not;
 
-static constexpr int kRounds = 20;
+static constexpr int kRounds = 6, kWarmUp = 2;  // after two the libraries have the threads that they keep
 
-struct Baseline {
-    int threads, descriptors, processes;
-};
-
-static Baseline Measure(const Board& board) {
-    const Json status = Status(board);
-    return {status["daemon"]["threads"], status["daemon"]["descriptors"], status["daemon"]["processes"]};
-}
+static Json Measure(const Board& board) { return Status(board)["daemon"]; }
 
 // Streaming threads and files come and go for a moment after a rebuild.
-static void ExpectBackTo(const Board& board, const Baseline& before) {
-    Baseline now{};
+static void ExpectBackTo(const Board& board, const Json& before) {
     EXPECT_TRUE(WaitUntil(20,
                           [&] {
-                              now = Measure(board);
-                              return now.threads <= before.threads && now.descriptors <= before.descriptors &&
-                                     now.processes <= before.processes;
+                              const Json now = Measure(board);
+                              return now["threads"] <= before["threads"] &&
+                                     now["descriptors"] <= before["descriptors"] &&
+                                     now["processes"] <= before["processes"];
                           }))
-        << "threads " << before.threads << " -> " << now.threads << ", descriptors " << before.descriptors << " -> "
-        << now.descriptors << ", processes " << before.processes << " -> " << now.processes;
+        << before << " -> " << Measure(board);
 }
-
-// Waits that a device change costs by design: 1 s until the events are quiet, up to one pass, 1 s between two lives, 1
-// s of first bus wait; and the camera's own start.
-static constexpr double kDeviceChangeSeconds = 1.0 + 0.1 + 1.0 + 1.0 + 1.0;
 
 TEST(Recovery, CameraUnpluggedInMidStream) {
     const Board board = StartNewBoard({"--camera1", "fullhd-mjpeg", "--camera2", "hd-mjpeg"});
-    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
-    ASSERT_TRUE(ShowsFull(board, '1', 8)) << Seen(board);
-    Baseline before{};
+    ASSERT_TRUE(ShowsFull(board, '1', 30)) << Seen(board);
+    Json before;
     for (int round = 0; round < kRounds; ++round) {
-        if (round == 2) before = Measure(board);  // by now the libraries have the threads that they keep
+        if (round == kWarmUp) before = Measure(board);
         ASSERT_EQ(Ctl(board, {"camera", "1", "unplug"}).status, 0);
         Type(board, "<S2>\n");
-        ASSERT_TRUE(ShowsFull(board, '2', kDeviceChangeSeconds + 1)) << "round " << round << Seen(board);
+        ASSERT_TRUE(ShowsFull(board, '2')) << "round " << round << Seen(board);
         ASSERT_EQ(Ctl(board, {"camera", "1", "plug", "fullhd-mjpeg"}).status, 0);
         Type(board, "<S1>\n");
-        ASSERT_TRUE(ShowsFull(board, '1', kDeviceChangeSeconds + 1)) << "round " << round << Seen(board);
+        ASSERT_TRUE(ShowsFull(board, '1')) << "round " << round << Seen(board);
     }
     ExpectBackTo(board, before);
-}
-
-// Without its monitor the process ends; the service manager starts it again, and it waits for the monitor.
-TEST(Recovery, MonitorUnplugged) {
-    const Board board = StartNewBoard({"--camera1", "fullhd-mjpeg"});
-    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
-    for (int round = 0; round < kRounds; ++round) {
-        size_t from = OutputSize(board);
-        ASSERT_EQ(Ctl(board, {"monitor", "unplug"}).status, 0);
-        ASSERT_TRUE(WaitForOutput(board, "FIXME: Need to reboot the application to solve audio issue.\n", 5, from));
-        ASSERT_TRUE(WaitForOutput(board, "Manage dynamic pipeline\n", 15, from)) << Output(board);
-        from = OutputSize(board);
-        ASSERT_EQ(Ctl(board, {"monitor", "plug"}).status, 0);
-        ASSERT_TRUE(WaitForOutput(board, "Playing video pipeline...\n", 5, from)) << "round " << round << Output(board);
-        ASSERT_TRUE(ShowsFull(board, '1', 4)) << "round " << round << Seen(board);
-    }
-    EXPECT_TRUE(TraceLines(board, "reset").empty()) << "no watchdog reset on the way";
 }
 
 TEST(Recovery, HdmiSourceChangesItsSize) {
     const Board board = StartNewBoard({"--camera1", "hd-mjpeg", "--hdmi-in", "1920x1080p30"});
     ASSERT_TRUE(WaitForPicture(board)) << Output(board);
     Type(board, "<S2>\n");
-    ASSERT_TRUE(ShowsFull(board, '3', 8)) << Seen(board);
-    Baseline before{};
-    const char* const modes[] = {"1280x720p60", "1920x1080p30"};
+    ASSERT_TRUE(ShowsFull(board, '3')) << Seen(board);
+    Json before;
     for (int round = 0; round < kRounds; ++round) {
-        const char* mode = modes[round % 2];
-        if (round == 2) before = Measure(board);
+        if (round == kWarmUp) before = Measure(board);
+        const char* mode = round % 2 == 0 ? "1280x720p60" : "1920x1080p30";
+        const size_t from = OutputSize(board);
         ASSERT_EQ(Ctl(board, {"hdmi-in", "0", mode}).status, 0);
-        // The restart of the input plug-in takes 2 s, two lives are 1 s apart, the first bus wait lasts 1 s.
-        Pause(0.5);
-        ASSERT_TRUE(ShowsFull(board, '3', 2 + 1 + 1 + 1 + 1)) << "round " << round << mode << Seen(board);
+        ASSERT_TRUE(WaitForOutput(board, "Playing video pipeline...\n", 8, from)) << "round " << round << mode;
+        ASSERT_TRUE(ShowsFull(board, '3')) << "round " << round << mode << Seen(board);
     }
     ASSERT_EQ(Ctl(board, {"hdmi-in", "0", "off"}).status, 0);
     ASSERT_TRUE(WaitUntilPicture(board, 4, [](const Picture& picture) { return SourceAt(picture, 480, 900) == '.'; }));
     ASSERT_EQ(Ctl(board, {"hdmi-in", "0", "1920x1080p30"}).status, 0);
-    ASSERT_TRUE(ShowsFull(board, '3', 6)) << Seen(board);
+    ASSERT_TRUE(ShowsFull(board, '3')) << Seen(board);
     ExpectBackTo(board, before);
-}
-
-TEST(Recovery, StalledCameraDoesNotHoldTheOthers) {
-    const Board board = StartNewBoard({"--camera1", "fullhd-mjpeg", "--camera2", "hd-mjpeg"});
-    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
-    ASSERT_EQ(Ctl(board, {"camera", "1", "stall"}).status, 0);
-    Type(board, "<S2>\n");
-    EXPECT_TRUE(ShowsFull(board, '2', 5)) << Seen(board);
-    ASSERT_EQ(Ctl(board, {"camera", "1", "unplug"}).status, 0) << "a stalled camera can be pulled";
-    EXPECT_TRUE(WaitForOutput(board, "Video pipeline destroyed.\n", 8)) << Seen(board);
-    EXPECT_TRUE(ShowsFull(board, '2', 8)) << Seen(board);
 }
 
 TEST(Recovery, HostStreamingKeepsThePictureWithoutAMonitor) {
@@ -109,7 +66,7 @@ TEST(Recovery, HostStreamingKeepsThePictureWithoutAMonitor) {
     EXPECT_THAT(Output(board), Not(HasSubstr("Playing video pipeline"))) << "nothing to show it on";
     Type(board, "<USBSTREAM>\n");
     ASSERT_TRUE(WaitForOutput(board, "Playing video pipeline...\n", 5)) << Output(board);
-    size_t from = OutputSize(board);
+    const size_t from = OutputSize(board);
     Type(board, "<USBNSTREAM>\n");
     ASSERT_TRUE(WaitForOutput(board, "Pausing video pipeline since we received STOP event...\n", 3, from))
         << Output(board);
@@ -120,12 +77,11 @@ TEST(Recovery, HostStreamingKeepsThePictureWithoutAMonitor) {
 
 TEST(Recovery, CommandsThatRebuildThePipeline) {
     const Board board = StartNewBoard({"--camera1", "fullhd-mjpeg"});
-    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
-    ASSERT_TRUE(ShowsFull(board, '1', 8)) << Seen(board);
+    ASSERT_TRUE(ShowsFull(board, '1', 30)) << Seen(board);
     size_t from = OutputSize(board);
     Type(board, "<ENJPEGPARSE 1>\n");
     ASSERT_TRUE(WaitForOutput(board, "Enabling JPEGPARSE on USB1.\n", 6, from)) << Output(board);
-    ASSERT_TRUE(ShowsFull(board, '1', 6)) << Seen(board);
+    ASSERT_TRUE(ShowsFull(board, '1')) << Seen(board);
     from = OutputSize(board);
     Type(board, "<OUTPUT 3>\n");
     ASSERT_TRUE(WaitForOutput(board, "1280x720, 32bpp\n", 8, from)) << Output(board);

@@ -8,7 +8,7 @@
 #include "process_figures.h"
 #include "tcp_client.h"
 
-static constexpr int kBursts = 20, kPlugsPerBurst = 10, kWarmUp = 4;
+static constexpr int kBursts = 10, kPlugsPerBurst = 10, kWarmUp = 3;
 static constexpr unsigned kSeed = 20260101;
 static constexpr long kMemoryAllowed = 16384;          // kB, from the warm-up on
 static constexpr double kSettled = 5 + 5 + 5 + 1 + 1;  // s: changes noticed at the very end of the waits before a life
@@ -23,15 +23,23 @@ static size_t Below(Churn& churn, size_t limit) { return churn.random() % limit;
 
 // ---- What happens to a board
 
+// A profile is plugged, or what was there is pulled.
+static void Toggle(Churn& churn, const char* what, bool (&plugged)[2], size_t port, const char* profile) {
+    plugged[port] = !plugged[port];
+    Words words{what, std::to_string(port + 1), plugged[port] ? "plug" : "unplug"};
+    if (plugged[port]) words.push_back(profile);
+    const CtlAnswer answer = Ctl(churn.board, words);
+    EXPECT_EQ(answer.status, 0) << testing::PrintToString(words) << answer.err;
+}
+
+template <size_t count>
+static const char* Any(Churn& churn, const char* const (&of)[count]) {
+    return of[Below(churn, count)];
+}
+
 static void ToggleCamera(Churn& churn) {
     static constexpr const char* kProfiles[] = {"speakerphone", "fullhd-mjpeg", "hd-mjpeg", "yuyv-only", "low-rate"};
-    const size_t port = Below(churn, 2);
-    churn.cameras[port] = !churn.cameras[port];
-    const std::string number = std::to_string(port + 1);
-    const Words words = churn.cameras[port]
-                            ? Words{"camera", number, "plug", kProfiles[Below(churn, std::size(kProfiles))]}
-                            : Words{"camera", number, "unplug"};
-    EXPECT_EQ(Ctl(churn.board, words).status, 0) << testing::PrintToString(words);
+    Toggle(churn, "camera", churn.cameras, Below(churn, 2), Any(churn, kProfiles));
 }
 
 // Beside a camera there is room for devices behind a hub only.
@@ -39,28 +47,22 @@ static void ToggleSound(Churn& churn) {
     static constexpr const char* kBehindHub[] = {"hub-microphone", "hub-speakerphone", "rejected-hub"};
     static constexpr const char* kOnPort[] = {"microphone", "rejected-gadget", "speaker", "speakerphone"};
     const size_t port = Below(churn, 2);
-    const char* profile = churn.cameras[port] ? kBehindHub[Below(churn, std::size(kBehindHub))]
-                                              : kOnPort[Below(churn, std::size(kOnPort))];
-    churn.sounds[port] = !churn.sounds[port];
-    const std::string number = std::to_string(port + 1);
-    const CtlAnswer answer = Ctl(
-        churn.board, churn.sounds[port] ? Words{"sound", number, "plug", profile} : Words{"sound", number, "unplug"});
-    EXPECT_EQ(answer.status, 0) << answer.err;
+    Toggle(churn, "sound", churn.sounds, port, churn.cameras[port] ? Any(churn, kBehindHub) : Any(churn, kOnPort));
 }
+
+static constexpr const char* kPlaces[] = {"analog", "fpga", "hdmi", "usb1", "usb2", "sound1", "sound2"};
 
 // A place may be empty, a stream may not run: then there is nothing to fail. The codec does not vanish, it would come
 // back without the volumes that the daemon has set up.
 static void Fail(Churn& churn) {
-    static constexpr const char* kPlaces[] = {"analog", "fpga", "hdmi", "usb1", "usb2", "sound1", "sound2"};
     static constexpr const char* kFaults[] = {"gone", "busy", "xrun", "xrun"};
-    const size_t place = Below(churn, std::size(kPlaces));
-    const size_t fault = std::max(Below(churn, std::size(kFaults)), place == 0 ? size_t{1} : size_t{0});
-    Ctl(churn.board, {"fault", "sound", kPlaces[place], kFaults[fault]});
+    const std::string place = Any(churn, kPlaces);
+    const size_t fault = std::max(Below(churn, std::size(kFaults)), place == "analog" ? size_t{1} : size_t{0});
+    Ctl(churn.board, {"fault", "sound", place, kFaults[fault]});
 }
 
 static void EndFaults(const Churn& churn) {
-    for (const char* place : {"analog", "fpga", "hdmi", "usb1", "usb2", "sound1", "sound2"})
-        Ctl(churn.board, {"fault", "sound", place, "off"});
+    for (const char* place : kPlaces) Ctl(churn.board, {"fault", "sound", place, "off"});
 }
 
 // Every second burst is left alone until sound plays again, the others are followed by the next one wherever the
@@ -85,12 +87,9 @@ static void Burst(Churn& churn, int number) {
 static void PlugAsAtFirst(Churn& churn) {
     static constexpr const char* kProfiles[] = {"speakerphone", "fullhd-mjpeg"};
     for (size_t port = 0; port < 2; ++port) {
-        const std::string number = std::to_string(port + 1);
-        if (churn.sounds[port]) Ctl(churn.board, {"sound", number, "unplug"});
-        if (churn.cameras[port]) Ctl(churn.board, {"camera", number, "unplug"});
-        Ctl(churn.board, {"camera", number, "plug", kProfiles[port]});
-        churn.cameras[port] = true;
-        churn.sounds[port] = false;
+        if (churn.sounds[port]) Toggle(churn, "sound", churn.sounds, port, "");
+        if (churn.cameras[port]) Toggle(churn, "camera", churn.cameras, port, "");
+        Toggle(churn, "camera", churn.cameras, port, kProfiles[port]);
     }
 }
 
@@ -106,54 +105,41 @@ static bool IsRight(const Json& audio) {
     return plays("fpga", mix) && plays("analog", mix) && plays("usb1", mix) && plays("hdmi", {"fpga"});
 }
 
-static std::string Newest(const std::string& text) {
-    return text.substr(text.size() - std::min<size_t>(text.size(), 3000));
-}
-
 static bool PlaysRight(const Board& board) { return IsRight(Json::parse(Ctl(board, {"audio"}).out)); }
 
-// The figures at rest, everything plugged as at first: over four seconds with neither pipeline rebuilt in between.
-static bool Measure(const Board& board, ProcessFigures& figures, double& cpu) {
-    const size_t from = OutputSize(board);
-    const ProcessFigures before = DaemonFigures(board);
-    Pause(4);
-    figures = DaemonFigures(board);
-    cpu = CpuPercent(before, figures);
-    return PlaysRight(board) && Output(board).find("destroyed.\n", from) == std::string::npos;
-}
-
-static ProcessFigures Settle(Churn& churn, double& cpu) {
+// The figures at rest, everything plugged as at first: for four seconds no pipeline was rebuilt.
+static ProcessFigures Settle(Churn& churn) {
     PlugAsAtFirst(churn);
-    ProcessFigures figures{};
-    EXPECT_TRUE(WaitUntil(4 * kSettled, [&] { return PlaysRight(churn.board) && Measure(churn.board, figures, cpu); }))
-        << Ctl(churn.board, {"audio"}).out << Newest(Output(churn.board));
+    EXPECT_TRUE(WaitUntil(4 * kSettled,
+                          [&] {
+                              const size_t from = OutputSize(churn.board);
+                              if (!PlaysRight(churn.board)) return false;
+                              Pause(4);
+                              return Output(churn.board).find("destroyed.\n", from) == std::string::npos;
+                          }))
+        << Ctl(churn.board, {"audio"}).out << Output(churn.board);
+    const ProcessFigures figures = DaemonFigures(churn.board);
     EXPECT_TRUE(ShowsFull(churn.board, '1')) << Seen(churn.board);
     EXPECT_THAT(Telnet(churn.board, "$POLL$"), testing::EndsWith("ACK\r\n"));
     return figures;
 }
 
-TEST(SoundChurn, TwoHundredPlugs) {
+TEST(SoundChurn, HundredPlugs) {
     Churn churn = {.board = StartNewBoard({"--camera1", "speakerphone", "--camera2", "fullhd-mjpeg"}),
                    .random = std::mt19937(kSeed),
                    .cameras = {true, true},
                    .sounds = {false, false}};
     ASSERT_TRUE(WaitForPicture(churn.board)) << Output(churn.board);
-    EXPECT_EQ(Telnet(churn.board, "$AOUTANALOG_255$$AOUTUSB1_255$$ACFG_2$", "ACK\r\nACK\r\nACK\r\n"),
-              "ACK\r\nACK\r\nACK\r\n");
+    Type(churn.board, "<AOUTANALOG 255>\n<AOUTUSB1 255>\n<ACFG 2>\n");
     for (int burst = 0; burst < kWarmUp; ++burst) Burst(churn, burst);
-    double cpuBefore = 0, cpuAfter = 0;
     const int daemon = Status(churn.board)["daemon"]["pid"];
-    const ProcessFigures before = Settle(churn, cpuBefore);
+    const ProcessFigures before = Settle(churn);
     for (int burst = kWarmUp; burst < kBursts; ++burst) Burst(churn, burst);
-    const ProcessFigures after = Settle(churn, cpuAfter);
+    const ProcessFigures after = Settle(churn);
 
-    printf("at rest: %.1f %% of a processor, %ld kB, %ld threads, %ld descriptors; after: %.1f %%, %ld kB, %ld, %ld\n",
-           cpuBefore, before.residentKilobytes, before.threads, before.descriptors, cpuAfter, after.residentKilobytes,
-           after.threads, after.descriptors);
     EXPECT_EQ(int(Status(churn.board)["daemon"]["pid"]), daemon) << "one life of the daemon";
     EXPECT_TRUE(TraceLines(churn.board, "reset").empty());
     EXPECT_LE(after.threads, before.threads);
     EXPECT_LE(after.descriptors, before.descriptors);
     EXPECT_LE(after.residentKilobytes, before.residentKilobytes + kMemoryAllowed);
-    EXPECT_LT(cpuAfter, 1.5 * cpuBefore + 5);
 }

@@ -10,6 +10,8 @@
 int TelnetPort(const Board& board);  // on 127.0.0.1; 0: the board forwards none
 int HttpPort(const Board& board);
 
+inline constexpr double kAnswerSeconds = 10 + kBusyMachineSeconds;  // longest wait for what is due
+
 struct TcpClient {  // closes its connection when it goes
     int socket = -1;
     explicit TcpClient(int port);  // connected, or socket -1
@@ -21,11 +23,13 @@ struct TcpClient {  // closes its connection when it goes
 
 bool Send(const TcpClient& client, std::string_view text);
 std::string Receive(const TcpClient& client, std::string_view until,
-                    double seconds = 5);                               // text up to and with `until`
-std::string ReceiveAll(const TcpClient& client, double seconds = 10);  // until the server closes
+                    double seconds = kAnswerSeconds);                              // text up to and with `until`
+std::string ReceiveAll(const TcpClient& client, double seconds = kAnswerSeconds);  // until the server closes
 bool IsClosed(const TcpClient& client, double seconds);  // the server has closed it, or does so; reads what is left
 void CloseSending(const TcpClient& client);              // half-close
 void Reset(TcpClient& client);                           // vanishes: the server sees a reset
 
-std::string Telnet(const Board& board, std::string_view text, std::string_view until = "ACK\r\n", double seconds = 5);
-std::string Http(const Board& board, std::string_view path, double seconds = 10);  // GET PATH, the raw answer
+std::string Telnet(const Board& board, std::string_view text, std::string_view until = "ACK\r\n",
+                   double seconds = kAnswerSeconds);
+std::string Http(const Board& board, std::string_view path,
+                 double seconds = kAnswerSeconds);  // GET PATH, the raw answer

@@ -9,8 +9,6 @@
 #include "picture_probe.h"
 #include "tcp_client.h"
 
-using testing::EndsWith;
-using testing::Not;
 using Clock = std::chrono::steady_clock;
 
 static constexpr const char* kAck = "ACK\r\n";
@@ -26,7 +24,7 @@ static std::string Ask(const TcpClient& client, std::string_view text, std::stri
 TEST(Telnet, OneReadIsOneText) {
     const Board board = StartNewBoard({});
     ASSERT_TRUE(WaitForOutput(board, kListening, 20)) << Output(board);
-    const TcpClient client(TelnetPort(board));
+    const TcpClient client(TelnetPort(board)), other(TelnetPort(board));
     struct Exchange {
         std::vector<std::string> reads;
         std::string answer;
@@ -40,45 +38,38 @@ TEST(Telnet, OneReadIsOneText) {
              Exchange{{"$PO", "LL$", "$POLL$"}, kPollAnswer},
              Exchange{{std::string("hello\0$POLL$", 12), "$POLL$"}, kPollAnswer},  // ends at the zero byte
              Exchange{{std::string(5'000, 'x'), "$POLL$"}, kPollAnswer},
-             Exchange{{"$OUTPUT_9$"}, "Bad timing index.\rNACK\r\n"},
          }) {
         for (const std::string& text : exchange.reads) {
             ASSERT_TRUE(Send(client, text));
-            if (&text != &exchange.reads.back()) Pause(0.3 * Patience());
+            if (&text == &exchange.reads.back()) break;
+            Pause(0.1);
+            EXPECT_EQ(Ask(other, "$POLL$"), kPollAnswer) << "by now it has been read";
         }
-        std::string answer;
-        while (answer.size() < exchange.answer.size()) {
-            const std::string more = Receive(client, kAck, 3);
-            if (more.empty()) break;
-            answer += more;
-        }
-        EXPECT_EQ(answer, exchange.answer) << exchange.reads.front();
+        EXPECT_EQ(Receive(client, exchange.answer, 10), exchange.answer) << exchange.reads.front();
     }
     EXPECT_EQ(Receive(client, kAck, 0.3), "") << "nothing comes behind the last answer";
+    Send(other, "$POLL$");
+    CloseSending(other);
+    EXPECT_EQ(ReceiveAll(other, 20), kPollAnswer) << "who has said all still listens";
 }
 
-static std::pair<int, int> DescriptorsAndThreads(const Board& board) {
-    const Json daemon = Status(board)["daemon"];
-    return {daemon["descriptors"], daemon["threads"]};
-}
+static Json Daemon(const Board& board) { return Status(board)["daemon"]; }
 
-static void ExpectBackTo(const Board& board, const std::pair<int, int>& before) {
-    std::pair<int, int> now;
+static void ExpectBackTo(const Board& board, const Json& before) {
     EXPECT_TRUE(WaitUntil(20,
                           [&] {
-                              now = DescriptorsAndThreads(board);
-                              return now.first <= before.first && now.second <= before.second;
+                              const Json now = Daemon(board);
+                              return now["descriptors"] <= before["descriptors"] && now["threads"] <= before["threads"];
                           }))
-        << "descriptors " << before.first << " -> " << now.first << ", threads " << before.second << " -> "
-        << now.second;
+        << before << " -> " << Daemon(board);
 }
 
 TEST(Telnet, ThirtyFirstClientReplacesThirty) {
     const Board board = StartNewBoard({"--camera1", "hd-mjpeg"});
     ASSERT_TRUE(WaitForPicture(board) && WaitForSound(board)) << Output(board);
     const int port = TelnetPort(board);
-    const auto before = DescriptorsAndThreads(board);
-    for (int round = 0; round < 3; ++round) {
+    const Json before = Daemon(board);
+    for (int round = 0; round < 2; ++round) {
         std::vector<TcpClient> clients;
         for (int i = 0; i < 30; ++i) {
             clients.emplace_back(port);
@@ -91,29 +82,13 @@ TEST(Telnet, ThirtyFirstClientReplacesThirty) {
         EXPECT_EQ(Ask(next, "$POLL$"), kPollAnswer);
         EXPECT_TRUE(WaitForOutput(board, "Max number of clients reached. Closing all pipes.\n", 5, from));
         EXPECT_TRUE(WaitForOutput(board, "Adding to list of sockets as 0\n", 5, from));
-        for (const TcpClient& client : clients) EXPECT_EQ(ReceiveAll(client, 5), "") << "dropped without a message";
-        for (const TcpClient& client : clients) EXPECT_TRUE(IsClosed(client, 1));
+        for (const TcpClient& client : clients) {
+            EXPECT_EQ(ReceiveAll(client, 20), "") << "dropped without a message";
+            EXPECT_TRUE(IsClosed(client, 20));
+        }
         EXPECT_EQ(Ask(next, "$POLL$"), kPollAnswer) << "and stays";
     }
     ExpectBackTo(board, before);
-}
-
-// It holds the others up for 2 s at most, then it is cut off.
-TEST(Telnet, ClientThatNeverReadsIsCutOff) {
-    const Board board = StartNewBoard({});
-    ASSERT_TRUE(WaitForOutput(board, kListening, 20)) << Output(board);
-    const int port = TelnetPort(board);
-    const TcpClient good(port);
-    EXPECT_EQ(Ask(good, "$POLL$"), kPollAnswer);
-    ASSERT_EQ(Ctl(board, {"fault", "tool", "journalctl", "flood"}).status, 0);
-    const size_t from = OutputSize(board);
-    const TcpClient deaf(port);
-    // Half of these 30 MB find room between the daemon and the client's unread end.
-    for (int i = 0; i < 3; ++i) Send(deaf, "$GETLOG$"), Pause(0.5);
-    EXPECT_EQ(Ask(good, "$POLL$"), kPollAnswer);
-    EXPECT_TRUE(WaitForOutput(board, "Host disconnected", 20, from));
-    EXPECT_EQ(Ask(good, "$POLL$"), kPollAnswer);
-    EXPECT_THAT(ReceiveAll(deaf), Not(EndsWith(kAck)));
 }
 
 // ---- The crowd ----
@@ -143,32 +118,24 @@ static void Check(Crowd& crowd, const char* who, bool good, const std::string& a
     crowd.complaints.push_back(std::string(who) + ": " + (answer.empty() ? "no answer" : answer));
 }
 
-static void Poll(Crowd& crowd) {
+// Until the house closes: each answer has to be `good`.
+static void KeepAsking(Crowd& crowd, const char* who, const std::string& text, bool (*good)(const std::string&)) {
     const TcpClient client = Arrive(crowd);
     while (IsOpen(crowd)) {
-        const std::string answer = Ask(client, "$POLL$\r\n");
-        Check(crowd, "poll", answer == kPollAnswer, answer);
-        Pause(0.005);
+        const std::string answer = Ask(client, text);
+        Check(crowd, who, good(answer), answer);
+        Pause(0.02);
     }
+}
+
+static void Poll(Crowd& crowd) {
+    KeepAsking(crowd, "poll", "$POLL$\r\n", [](const std::string& answer) { return answer == kPollAnswer; });
 }
 
 static void Get(Crowd& crowd) {
-    const TcpClient client = Arrive(crowd);
-    while (IsOpen(crowd)) {
-        const std::string answer = Ask(client, "$GET$");
-        const bool whole = answer.starts_with("Tesselvisor => ") && answer.find(kAck) == answer.size() - 5;
-        Check(crowd, "get", whole, answer);
-        Pause(0.05);
-    }
-}
-
-static void Set(Crowd& crowd) {
-    const TcpClient client = Arrive(crowd);
-    while (IsOpen(crowd)) {
-        const std::string answer = Ask(client, "$AIN2_5$");
-        Check(crowd, "set", answer == kAck, answer);
-        Pause(0.005);
-    }
+    KeepAsking(crowd, "get", "$GET$", [](const std::string& answer) {
+        return answer.starts_with("Tesselvisor => ") && answer.find(kAck) == answer.size() - 5;
+    });
 }
 
 // Answers that belong to others would pile up here.
@@ -190,24 +157,8 @@ static void KeepSilent(Crowd& crowd) { StayUnanswered(crowd, "silent", ""); }
 static void Flood(Crowd& crowd) {
     std::string text;
     while (text.size() < 20'000) text += "$AIN3_1$ ";
-    const TcpClient client = Arrive(crowd);
-    while (IsOpen(crowd)) {
-        Send(client, text);
-        const std::string answer = Receive(client, kAck, 20);
-        Check(crowd, "flood", answer.ends_with(kAck) && answer.size() % 5 == 0, answer);
-        Pause(0.02);
-    }
-}
-
-static void CloseHalf(Crowd& crowd) {
-    while (IsOpen(crowd)) {
-        const TcpClient client(crowd.telnetPort);
-        Send(client, "$POLL$");
-        CloseSending(client);
-        const std::string answer = ReceiveAll(client, 20);
-        Check(crowd, "half-closed", answer == kPollAnswer, answer);
-        Pause(0.05);
-    }
+    KeepAsking(crowd, "flood", text,
+               [](const std::string& answer) { return answer.ends_with(kAck) && answer.size() % 5 == 0; });
 }
 
 static void Vanish(Crowd& crowd) {
@@ -245,16 +196,15 @@ struct Member {
 };
 // 22 stay, the others come and go; one that vanished keeps its slot until its turn comes, so there is room for some.
 static constexpr Member kMembers[] = {
-    {Poll, 10}, {Get, 2},       {Set, 4},    {Mutter, 2},    {KeepSilent, 3},
-    {Flood, 1}, {CloseHalf, 2}, {Vanish, 1}, {NeverRead, 1}, {AskOverHttp, 2},
+    {Poll, 14}, {Get, 2}, {Mutter, 2}, {KeepSilent, 3}, {Flood, 1}, {Vanish, 1}, {NeverRead, 1}, {AskOverHttp, 2},
 };
 
-TEST(Telnet, CrowdForAMinute) {
-    static constexpr double kSeconds = 60;
+TEST(Telnet, Crowd) {
+    static constexpr double kSeconds = 25;
     const Board board = StartNewBoard({"--camera1", "hd-mjpeg"});
     ASSERT_TRUE(ShowsFull(board, '1', 30) && WaitForSound(board)) << Output(board);
-    Ask(TcpClient(TelnetPort(board)), "$GET$");
-    const auto before = DescriptorsAndThreads(board);
+    Telnet(board, "$GET$", kAck, 20);
+    const Json before = Daemon(board);
     const size_t from = OutputSize(board);
     Crowd crowd;
     crowd.telnetPort = TelnetPort(board);
@@ -279,7 +229,7 @@ TEST(Telnet, CrowdForAMinute) {
     serialAnswers += Ctl(board, {"serial", ""}).out;  // what came later than a second
     EXPECT_EQ(serialAnswers, serialExpected);
     EXPECT_EQ(crowd.complaints, std::vector<std::string>());
-    EXPECT_GT(crowd.answers, 1'000);
+    EXPECT_GT(crowd.answers, 200);
     EXPECT_EQ(Output(board).find("Max number of clients", from), std::string::npos);
     ExpectBackTo(board, before);
     EXPECT_EQ(Status(board)["daemon"]["starts"], 1);
