@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "board.h"
@@ -13,7 +14,14 @@
 
 static constexpr const char* kFile = "/home/root/config.bin";
 
-using enum FieldForm;
+enum FieldForm { kByte, kWord, kSigned, kHex, kAddress, kMac, kWindow, kText };
+
+// In the order of the record; reserved bytes have no row.
+struct SettingsField {
+    std::string_view name;
+    size_t offset;
+    FieldForm form;
+};
 
 // clang-format off
 static constexpr std::array kFields{
@@ -46,8 +54,6 @@ static constexpr std::array kFields{
     SettingsField{"EnLog",          134, kByte},    SettingsField{"EnJpegParse",    135, kByte},
 };
 // clang-format on
-
-std::span<const SettingsField> SettingsFields() { return kFields; }
 
 template <typename T>
 static T Number(const uint8_t* bytes) {

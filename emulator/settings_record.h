@@ -4,21 +4,11 @@
 
 #include <cstdint>
 #include <span>
-#include <string_view>
 
 #include "control.h"
 #include "trace.h"
 
 inline constexpr size_t kSettingsBytes = 136;
-
-enum class FieldForm { kByte, kWord, kSigned, kHex, kAddress, kMac, kWindow, kText };
-
-struct SettingsField {
-    std::string_view name;
-    size_t offset;
-    FieldForm form;
-};
-std::span<const SettingsField> SettingsFields();  // in the order of the record; reserved bytes have no row
 
 // {"View": 2, ..., "IpAddress": "192.168.0.57"}. Pure; null for a record of another size.
 Json DescribeSettings(std::span<const uint8_t> record);
