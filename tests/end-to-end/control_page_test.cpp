@@ -80,7 +80,7 @@ static void ExpectCaptionsUnderButtons(const Json& layout) {
 }
 
 struct Page {
-    const char* title;
+    std::string title;
     std::vector<std::string> names, captions;  // of the buttons; empty: not looked at, or none
 };
 
@@ -120,7 +120,9 @@ TEST(ControlPage, ButtonsOfLayoutsAndOfInputs) {
                                            {"$BS$", {{'2', 0, 162, 1344, 918}, {'1', 1344, 378, 1920, 702}}}}));
 
     // The board becomes an input switcher; its page is another one.
+    const size_t from = OutputSize(board);
     Type(board, "<DEVICEID 1>\n");
+    EXPECT_TRUE(WaitForOutput(board, "ACK\r\n", 10, from));
     ASSERT_NO_FATAL_FAILURE(Reload(browser));
     ExpectLayout(browser, {.title = "ZEPHO Configuration Panel",
                            .names = {"Source 1", "Source 2", "Source 3", "Source 4"},

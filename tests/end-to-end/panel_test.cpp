@@ -13,13 +13,13 @@ using testing::Not;
 // ---- What a key leads to
 
 struct Selection {
-    int view = 0, swap = 0, input = 0, black = 0, s2Count = 0, reserved = 0;
+    int view = 0, swap = 0, input = 0, black = 0, s2Count = 0;
     bool operator==(const Selection&) const = default;
 };
 
 static void PrintTo(const Selection& s, std::ostream* out) {
     *out << "view " << s.view << " swap " << s.swap << " input " << s.input << " black " << s.black << " s2Count "
-         << s.s2Count << " reserved " << s.reserved;
+         << s.s2Count;
 }
 
 // The live record, read through the file.
@@ -29,7 +29,7 @@ static Selection Selected(const Board& board) {
     EXPECT_TRUE(WaitUntil(10, [&] { return SavedSettings(board).size() == 136; })) << Output(board);
     std::vector<uint8_t> record = SavedSettings(board);
     record.resize(136);
-    return {record[View], record[Swap], record[Input], record[Black], record[S2Count], record[Reserved9]};
+    return {record[View], record[Swap], record[Input], record[Black], record[S2Count]};
 }
 
 static Json Panel(const Board& board) { return Json::parse(Ctl(board, {"leds"}).out)["panel"]; }
@@ -120,9 +120,9 @@ static void Play(const Board& board, void (*press)(const Board&, const std::stri
     }
 }
 
-// From the layout SS with the reserved byte 7 on; what each key means on each layout is told elsewhere.
+// From the layout SS on; what each key means on each layout is told elsewhere.
 static const std::vector<PanelRow> kLayoutKeys = {
-    {"32", {.view = 2, .swap = 1, .reserved = 7}, 8 + 32},  // no view was chosen
+    {"32", {.view = 2, .swap = 1}, 8 + 32},
     {"8", {.view = 21, .swap = 1}, 8 + 32},
     {"4", {.view = 4, .swap = 1}, 4 + 32},
     {"32", {.view = 4}, 4},
@@ -160,7 +160,7 @@ static const std::vector<PanelRow> kReports = {
 
 static Board StartPanel(const Words& words) {
     const Board board = MakeBoard();
-    StoreSettings(board, {{View, 2}, {Reserved9, 7}});
+    StoreSettings(board, {{View, 2}});
     StartBoard(board, words);
     EXPECT_TRUE(WaitForOutput(board, "Manage dynamic pipeline", 30)) << Output(board);
     EXPECT_TRUE(WaitUntil(10, [&] { return Leds(board) == 8; })) << Output(board);
@@ -269,7 +269,7 @@ TEST(Panel, ExpanderIsLockedAndSurvivesFaults) {
     Hold(board, 0);
     EXPECT_TRUE(LockBlinks(board, 55));
     HoldEach(board, {1, 0, kLock, 0, kShift, kShift | 1, kShift, 0});
-    EXPECT_EQ(Selected(board), (Selection{.view = 2, .reserved = 7}));
+    EXPECT_EQ(Selected(board), (Selection{.view = 2}));
     EXPECT_THAT(Output(board), Not(HasSubstr("Shifted key")));
     Hold(board, kLock | 2, kLongHold);
     Hold(board, 0);
