@@ -1,4 +1,4 @@
-// Cables pulled and plugged, again and again: the picture comes back every time, and nothing is left behind.
+// Cables pulled and plugged, twenty times in a row: the picture comes back every time, and nothing is left behind.
 #include <gmock/gmock.h>
 
 #include "picture_probe.h"
@@ -6,7 +6,7 @@
 using testing::HasSubstr;
 using testing::Not;
 
-static constexpr int kRounds = 6, kWarmUp = 2;  // after two the libraries have the threads that they keep
+static constexpr int kRounds = 20, kWarmUp = 2;  // after two the libraries have the threads that they keep
 
 static Json Measure(const Board& board) { return Status(board)["daemon"]; }
 
@@ -36,6 +36,23 @@ TEST(Recovery, CameraUnpluggedInMidStream) {
         ASSERT_TRUE(ShowsFull(board, '1')) << "round " << round << Seen(board);
     }
     ExpectBackTo(board, before);
+}
+
+// Without its monitor the process ends; the service manager starts it again, and it waits for the monitor.
+TEST(Recovery, MonitorUnplugged) {
+    const Board board = StartNewBoard({"--camera1", "fullhd-mjpeg"});
+    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    for (int round = 0; round < kRounds; ++round) {
+        size_t from = OutputSize(board);
+        ASSERT_EQ(Ctl(board, {"monitor", "unplug"}).status, 0);
+        ASSERT_TRUE(WaitForOutput(board, "FIXME: Need to reboot the application to solve audio issue.\n", 5, from));
+        ASSERT_TRUE(WaitForOutput(board, "Manage dynamic pipeline\n", 15, from)) << Output(board);
+        from = OutputSize(board);
+        ASSERT_EQ(Ctl(board, {"monitor", "plug"}).status, 0);
+        ASSERT_TRUE(WaitForOutput(board, "Playing video pipeline...\n", 5, from)) << "round " << round << Output(board);
+        ASSERT_TRUE(ShowsFull(board, '1', 4)) << "round " << round << Seen(board);
+    }
+    EXPECT_TRUE(TraceLines(board, "reset").empty()) << "no watchdog reset on the way";
 }
 
 TEST(Recovery, HdmiSourceChangesItsSize) {
