@@ -21,21 +21,21 @@
 #include <string_view>
 #include <vector>
 
-#include "bench_page.h"
-#include "board.h"
-#include "camera_profiles.h"
-#include "control.h"
-#include "control_client.h"
-#include "event_loop.h"
-#include "hdmi_receiver.h"
-#include "monitor.h"
-#include "page_server.h"
-#include "port_forward.h"
-#include "record.h"
-#include "sandbox.h"
-#include "scenario_play.h"
-#include "sound_profiles.h"
-#include "supervisor.h"
+#include "bench/control.h"
+#include "bench/control_client.h"
+#include "bench/record.h"
+#include "bench/scenario_play.h"
+#include "capture/camera_profiles.h"
+#include "devices/hdmi_receiver.h"
+#include "devices/monitor.h"
+#include "kernel/event_loop.h"
+#include "kernel/sandbox.h"
+#include "kernel/supervisor.h"
+#include "page/bench_page.h"
+#include "page/page_server.h"
+#include "sound/sound_profiles.h"
+#include "system/board.h"
+#include "system/port_forward.h"
 
 namespace fs = std::filesystem;
 

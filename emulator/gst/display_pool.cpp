@@ -1,6 +1,6 @@
 #include "gst/display_pool.h"
 
-#include "display.h"
+#include "devices/display.h"
 #include "gst/display_slots.h"
 
 G_DECLARE_FINAL_TYPE(TesselDisplayPool, tessel_display_pool, TESSEL, DISPLAY_POOL, GstBufferPool)

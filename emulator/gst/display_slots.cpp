@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <mutex>
 
-#include "display.h"
+#include "devices/display.h"
 
 static std::mutex lock;
 static uint8_t* memory;

@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "display.h"
+#include "devices/display.h"
 #include "gst/display_pool.h"
 #include "gst/display_slots.h"
 

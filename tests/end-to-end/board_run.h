@@ -17,7 +17,7 @@
 #include <string_view>
 #include <vector>
 
-#include "display_picture.h"
+#include "bench/display_picture.h"
 
 using Json = nlohmann::ordered_json;
 using Words = std::vector<std::string>;

@@ -4,7 +4,7 @@
 #include <fstream>
 
 #include "board_run.h"
-#include "sound_tones.h"
+#include "sound/sound_tones.h"
 
 using testing::AllOf;
 using testing::HasSubstr;

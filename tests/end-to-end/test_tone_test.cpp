@@ -5,7 +5,7 @@
 #include <regex>
 
 #include "board_run.h"
-#include "sound_tones.h"
+#include "sound/sound_tones.h"
 
 using testing::HasSubstr;
 using testing::Not;

@@ -5,10 +5,10 @@
 #include <cstring>
 #include <utility>
 
-#include "daemon_memory.h"
-#include "page_server.h"
+#include "bench/daemon_memory.h"
+#include "bench/settings_record.h"
+#include "page/page_server.h"
 #include "settings/device_settings.h"
-#include "settings_record.h"
 
 TEST(BenchPage, ServesItsOwnPageOnly) {
     struct Request {

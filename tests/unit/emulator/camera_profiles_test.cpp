@@ -1,4 +1,4 @@
-#include "camera_profiles.h"
+#include "capture/camera_profiles.h"
 
 #include <gtest/gtest.h>
 

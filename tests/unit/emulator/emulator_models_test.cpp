@@ -12,16 +12,16 @@
 #include <utility>
 #include <vector>
 
-#include "board.h"
-#include "control.h"
-#include "expander.h"
-#include "gpio.h"
-#include "hdmi_receiver.h"
-#include "i2c_bus.h"
-#include "keypad.h"
-#include "supervisor.h"
+#include "bench/control.h"
+#include "bench/trace.h"
+#include "devices/expander.h"
+#include "devices/gpio.h"
+#include "devices/hdmi_receiver.h"
+#include "devices/i2c_bus.h"
+#include "devices/keypad.h"
+#include "kernel/supervisor.h"
+#include "system/board.h"
 #include "text.h"
-#include "trace.h"
 
 // The supervisor's side: nodes and clock are plain maps here, and the caller's memory is our own.
 

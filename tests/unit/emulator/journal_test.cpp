@@ -1,5 +1,5 @@
 // Messages as programs send them to the journal's socket.
-#include "journal.h"
+#include "system/journal.h"
 
 #include <gtest/gtest.h>
 

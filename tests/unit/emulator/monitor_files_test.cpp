@@ -8,9 +8,9 @@
 #include <numeric>
 #include <utility>
 
-#include "board.h"
-#include "edid.h"
-#include "monitor.h"
+#include "devices/edid.h"
+#include "devices/monitor.h"
+#include "system/board.h"
 #include "text.h"
 
 static std::vector<uint8_t> EdidOf(const std::string& monitor) {

@@ -1,11 +1,11 @@
 // Scenario files: what their lines mean, what is refused, and how an expectation is judged on what is seen.
-#include "scenario.h"
+#include "bench/scenario.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
 
-#include "test_picture.h"
+#include "capture/test_picture.h"
 #include "text.h"
 
 using testing::ElementsAre;

@@ -1,5 +1,5 @@
 // What programs and PCM devices agree on.
-#include "sound_params.h"
+#include "sound/sound_params.h"
 
 #include <gmock/gmock.h>
 

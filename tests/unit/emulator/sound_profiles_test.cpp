@@ -1,5 +1,5 @@
 // USB sound devices as data files.
-#include "sound_profiles.h"
+#include "sound/sound_profiles.h"
 
 #include <gmock/gmock.h>
 #include <unistd.h>
@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "board.h"
+#include "system/board.h"
 
 using testing::HasSubstr;
 

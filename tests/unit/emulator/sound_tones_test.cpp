@@ -1,5 +1,5 @@
 // Tones that tell sources apart.
-#include "sound_tones.h"
+#include "sound/sound_tones.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "test_picture.h"
+#include "capture/test_picture.h"
 
 #include <gtest/gtest.h>
 #include <turbojpeg.h>
@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "jpeg_frames.h"
+#include "capture/jpeg_frames.h"
 
 static constexpr PictureMark kMark = {.source = PictureSource::kCamera2, .counter = 0xbeef, .milliseconds = 654'321};
 

@@ -1,5 +1,5 @@
 // What the flight recorder keeps of a program that polls.
-#include "trace.h"
+#include "bench/trace.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
