@@ -190,7 +190,7 @@ static void WriteValue(int line, std::string_view text) {
     ChangeLine(line, next);
 }
 
-static void CloseGpioFile(OpenFile& file) {
+static void WriteGpioFile(OpenFile& file) {
     const std::optional<std::string> text = WrittenAttribute(file);
     const std::optional<GpioFile> target = ParsePath(file.path);
     if (!text || !target) return;
@@ -210,7 +210,7 @@ static void CloseGpioFile(OpenFile& file) {
     }
 }
 
-static const DeviceModel kGpioModel{.name = "gpio", .open = OpenGpioFile, .close = CloseGpioFile};
+static const DeviceModel kGpioModel{.name = "gpio", .open = OpenGpioFile, .written = WriteGpioFile};
 
 void PowerOnGpio() {
     for (int line = 0; line < kLines; ++line) {

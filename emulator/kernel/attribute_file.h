@@ -1,5 +1,5 @@
-// A sysfs-like attribute that stands in an injected file: its text is put there at open and what was written is found
-// at close.
+// A sysfs-like attribute that stands in an injected file: its text is put there at open, and the model looks there when
+// something was written.
 #pragma once
 
 #include <optional>

@@ -159,7 +159,7 @@ void ServeListener(int listener) {
         }
         std::optional<TrappedCall> call = TakeCall(listener);
         if (!call) return;
-        TakeCloses();  // what the caller closed before this call was closed before it
+        TakeFileEvents();  // what the caller wrote and closed before this call was so before it
         CarryOut(*call);
     });
 }

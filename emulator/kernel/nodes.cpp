@@ -38,7 +38,7 @@ static std::map<std::string, Node, std::less<>> nodes;
 static std::vector<Node> trees;
 static std::unordered_map<ino_t, std::unique_ptr<TrackedFile>> files;
 static std::unordered_map<int, ino_t> watched;
-static int closes = -1;  // inotify
+static int fileEvents = -1;  // inotify
 static dev_t volatileDevice = 0;
 static bool carryNumbers = false;
 
@@ -56,9 +56,9 @@ void StartNodes() {
     stat(Volatile.c_str(), &status);
     volatileDevice = status.st_dev;
     carryNumbers = TryDeviceNumbers();
-    if (closes >= 0) return;
-    closes = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-    if (closes < 0 || !WatchDescriptor(closes, [](uint32_t) { TakeCloses(); })) perror("Board: inotify");
+    if (fileEvents >= 0) return;
+    fileEvents = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    if (fileEvents < 0 || !WatchDescriptor(fileEvents, [](uint32_t) { TakeFileEvents(); })) perror("Board: inotify");
 }
 
 bool NodesCarryNumbers() { return carryNumbers; }
@@ -195,7 +195,8 @@ void OpenNode(const TrappedCall& call, const Node& node, const std::string& path
     fstat(own, &status);
     int given = open(OwnLink(own).c_str(), (flags & kKeptFlags) | O_CLOEXEC);
     tracked->inode = status.st_ino;
-    tracked->watch = inotify_add_watch(closes, OwnLink(own).c_str(), IN_CLOSE | IN_ONESHOT);
+    const uint32_t events = node.model->written ? IN_MODIFY | IN_CLOSE : IN_CLOSE | IN_ONESHOT;
+    tracked->watch = inotify_add_watch(fileEvents, OwnLink(own).c_str(), events);
     watched[tracked->watch] = status.st_ino;
     files[status.st_ino] = std::move(tracked);
     // Where the caller does not get it, our own close below is the last one and inotify tells so.
@@ -222,23 +223,31 @@ ino_t InodeOf(const OpenFile& file) {
     return status.st_ino;
 }
 
-void TakeCloses() {
+static void TakeFileEvent(const inotify_event& event) {
+    const auto found = watched.find(event.wd);
+    if (found == watched.end()) return;  // a second close, or the end of the watch
+    const ino_t inode = found->second;
+    if (OpenFile* file = event.mask & IN_MODIFY ? FileOfInode(inode) : nullptr) file->model->written(*file);
+    if ((event.mask & IN_CLOSE) == 0) return;
+    watched.erase(event.wd);
+    ForgetFile(inode);
+}
+
+void TakeFileEvents() {
     alignas(inotify_event) std::array<char, 4096> buffer;
-    for (ssize_t size; (size = read(closes, buffer.data(), buffer.size())) > 0;) {
+    for (ssize_t size; (size = read(fileEvents, buffer.data(), buffer.size())) > 0;) {
         for (char* at = buffer.data(); at < buffer.data() + size;) {
             const auto& event = *reinterpret_cast<const inotify_event*>(at);
             at += sizeof event + event.len;
-            auto watch = watched.extract(event.wd);
-            if (watch.empty()) continue;  // a second close, or the end of the watch
-            ForgetFile(watch.mapped());
+            TakeFileEvent(event);
         }
     }
 }
 
 void ClearNodes() {
-    TakeCloses();
+    TakeFileEvents();
     while (!files.empty()) {
-        inotify_rm_watch(closes, files.begin()->second->watch);
+        inotify_rm_watch(fileEvents, files.begin()->second->watch);
         ForgetFile(files.begin()->first);
     }
     watched.clear();

@@ -1,8 +1,8 @@
 // The board's emulated nodes and the open files behind the programs' descriptors.
 //
 // A program's descriptor of a node describes a fresh unlinked file in the volatile folder. Its inode is its name: found
-// by looking at /proc, it survives dup, fork and passing on. The kernel tells of the last close through inotify, before
-// the closing thread goes on. Supervisor's thread; nothing blocks.
+// by looking at /proc, it survives dup, fork and passing on. The kernel tells of writes and of the last close through
+// inotify, before the thread that wrote or closed goes on. Supervisor's thread; nothing blocks.
 #pragma once
 
 #include <sys/stat.h>
@@ -42,5 +42,5 @@ OpenFile* FileOf(pid_t thread, int descriptor);  // null: not emulated
 OpenFile* FileOfInode(ino_t inode);              // null: closed
 ino_t InodeOf(const OpenFile& file);
 
-// Lets models close what programs have closed by now.
-void TakeCloses();
+// Tells models what programs have written and closed by now.
+void TakeFileEvents();

@@ -59,7 +59,10 @@ struct DeviceModel {
     int (*open)(OpenFile& file) = nullptr;              // 0 or -errno; may set file.state and size file.descriptor
     int (*ioctl)(const IoctlCall& call) = nullptr;      // the call's result, -errno or kHold
     unsigned (*ready)(const OpenFile& file) = nullptr;  // the poll(2) events that are true now
-    void (*close)(OpenFile& file) = nullptr;  // the last descriptor is gone; what was written stands in file.descriptor
+    void (*close)(OpenFile& file) = nullptr;            // the last descriptor is gone
+    // Something was written: all of it stands in file.descriptor. Not left to the close, which a fork in another thread
+    // of the program puts off until its child is another program.
+    void (*written)(OpenFile& file) = nullptr;
 
     // For nodes that the kernel plays well itself (a serial line is a pty): a descriptor of the model's own that the
     // caller gets, or -errno. It is closed here after it was handed over and not followed: the operations above are not

@@ -145,7 +145,7 @@ static int OpenHostDriver(OpenFile& file) {
     return name == "bind" || name == "unbind" ? 0 : -ENOENT;
 }
 
-static void CloseHostDriver(OpenFile& file) {
+static void WriteHostDriver(OpenFile& file) {
     const auto device = WrittenAttribute(file);
     if (!device || (*device != "ci_hdrc.0" && *device != "ci_hdrc.1")) return;
     const bool bound = !file.path.ends_with("/unbind");
@@ -154,7 +154,8 @@ static void CloseHostDriver(OpenFile& file) {
     SoundHostBound(device->back() - '0', bound);
 }
 
-static const DeviceModel kHostDriverModel{.name = "USB host driver", .open = OpenHostDriver, .close = CloseHostDriver};
+static const DeviceModel kHostDriverModel{
+    .name = "USB host driver", .open = OpenHostDriver, .written = WriteHostDriver};
 
 // Camera N is the first device behind the root hub of bus N.
 static void ShowUsbDescription(int camera, const CameraProfile* profile) {
