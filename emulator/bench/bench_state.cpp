@@ -3,6 +3,7 @@
 #include <fstream>
 
 #include "bench/daemon_memory.h"
+#include "bench/record.h"
 #include "bench/settings_record.h"
 #include "capture/camera.h"
 #include "devices/expander.h"
@@ -89,6 +90,7 @@ VerbAnswer BenchVerb(const VerbWords& words) {
         {"faults", Faults()},
         {"addresses", PortStatus()},
         {"settings", SettingsNow()},
+        {"record", RecordNow()},
     };
     return {.text = bench.dump(-1, ' ', false, Json::error_handler_t::replace)};
 }

@@ -26,11 +26,27 @@ static std::optional<Picture> CopySlot(const uint8_t* memory, uint32_t index) {
     return picture;
 }
 
-std::optional<Picture> ReadDisplay(const std::filesystem::path& display) {
+// Null: no such memory.
+static void* MapDisplay(const std::filesystem::path& display) {
     const int file = open(display.c_str(), O_RDONLY | O_CLOEXEC);
     void* mapped = file < 0 ? MAP_FAILED : mmap(nullptr, kDisplayFileBytes, PROT_READ, MAP_SHARED, file, 0);
     if (file >= 0) close(file);
-    if (mapped == MAP_FAILED) return std::nullopt;
+    return mapped == MAP_FAILED ? nullptr : mapped;
+}
+
+int64_t LastShownAt(const std::filesystem::path& display) {
+    void* mapped = MapDisplay(display);
+    if (mapped == nullptr) return 0;
+    const auto* header = static_cast<const DisplayHeader*>(mapped);
+    const uint32_t newest = header->newest.load(std::memory_order_acquire) % kDisplaySlots;
+    const int64_t shownAt = header->frames.load() == 0 ? 0 : header->slots[newest].shownAt;
+    munmap(mapped, kDisplayFileBytes);
+    return shownAt;
+}
+
+std::optional<Picture> ReadDisplay(const std::filesystem::path& display) {
+    void* mapped = MapDisplay(display);
+    if (mapped == nullptr) return std::nullopt;
     const auto* memory = static_cast<const uint8_t*>(mapped);
     const auto* header = reinterpret_cast<const DisplayHeader*>(memory);
     std::optional<Picture> picture;

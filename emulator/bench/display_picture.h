@@ -21,6 +21,8 @@ struct Picture {
 // no frame yet, or a writer that overtook the reader again and again.
 std::optional<Picture> ReadDisplay(const std::filesystem::path& display);
 
+int64_t LastShownAt(const std::filesystem::path& display);  // CLOCK_MONOTONIC microseconds; 0: no frame yet
+
 std::optional<PictureMark> MarkIn(const Picture& picture, Window window);
 
 // '1' and '2' the cameras, '3' and '4' the HDMI ports, '.' none of them (black, white).

@@ -5,19 +5,24 @@
 #include <cstdio>
 #include <cstring>
 
+#include "bench/display_picture.h"
 #include "bench/scenario.h"
 #include "capture/camera.h"
+#include "devices/framebuffer.h"
 #include "devices/hdmi_receiver.h"
 #include "devices/monitor.h"
 #include "kernel/supervisor.h"
 #include "system/board.h"
 #include "system/system_files.h"
+#include "text.h"
 
-static constexpr size_t kLimit = size_t{8} << 20;  // bytes
+static constexpr size_t kLimit = size_t{8} << 20;      // bytes
+static constexpr int64_t kPictureRunning = 1'000'000;  // microseconds since its newest frame, at most
 
 static std::string recorded;  // lines
 static int64_t startedAt = 0;
 static bool recording = false;
+static unsigned verbs = 0;  // recorded since the start
 static FILE* file = nullptr;
 static std::string typed;  // a line that is not yet ended
 
@@ -36,6 +41,7 @@ static void StopRecord() {
 
 void Record(const VerbWords& verb) {
     if (!recording) return;
+    ++verbs;
     Keep(ScenarioText(double(NowMicroseconds() - startedAt) / 1e6, verb));
     if (recorded.size() < kLimit) return;
     Keep("# The record is full: what was done from here on is missing.");
@@ -80,6 +86,15 @@ static VerbWords BoardLine() {
     return words;
 }
 
+// A fresh board takes some seconds to its first picture: what was done to one that had a picture is done once it is
+// there, at the same times from then on.
+static void AwaitPicture() {
+    if (NowMicroseconds() - LastShownAt(Volatile / "display") > kPictureRunning) return;
+    const fb_var_screeninfo& mode = DisplayTiming();
+    Keep(Text("expect picture size %ux%u within 30", mode.xres, mode.yres));
+    Keep("clock");
+}
+
 void StartRecord() {
     recorded.clear();
     typed.clear();
@@ -88,6 +103,8 @@ void StartRecord() {
     Keep(QuotedWords(BoardLine()));
     if (const std::string source = PluggedSource(1); !source.empty()) Record({"hdmi-in", "1", source});
     if (!LanPlugged()) Record({"lan", "unplug"});
+    AwaitPicture();
+    verbs = 0;  // so far they only tell how the board is
 }
 
 static VerbAnswer Start(const VerbWords& words) {
@@ -106,4 +123,9 @@ VerbAnswer RecordVerb(const VerbWords& words) {
     if (!recording) return Bad("record: nothing is being recorded");
     StopRecord();
     return {};
+}
+
+Json RecordNow() {
+    const int64_t seconds = recording ? (NowMicroseconds() - startedAt) / 1'000'000 : 0;
+    return {{"running", recording}, {"seconds", seconds}, {"verbs", verbs}};
 }

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "bench/control.h"
+#include "bench/trace.h"
 
 void StartRecord();  // with the board as it is now; when it was powered on
 
@@ -13,3 +14,5 @@ void Record(const VerbWords& verb);       // with its word
 void RecordTyped(std::string_view part);  // of what was typed; a line is a verb
 
 VerbAnswer RecordVerb(const VerbWords& words);  // record [start [FILE] | stop]
+
+Json RecordNow();  // {"running", "seconds", "verbs"}: seconds since its start, while it runs

@@ -24,7 +24,7 @@ struct ScenarioLine {
     std::string text = {};                   // as it was written, without the time
     double seconds = 0;                      // not before: since the scenario's start, or
     bool behind = true;                      // since the line above was done
-    std::vector<std::string> verb = {};      // with its words; empty:
+    std::vector<std::string> verb = {};      // with its words, or {"clock"}: times count from here; empty:
     std::optional<Expectation> expectation;  // this is one
 };
 

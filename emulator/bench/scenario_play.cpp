@@ -156,6 +156,7 @@ static bool OnlyLooks(const std::vector<std::string>& words) {
 
 static int CarryOut(const ScenarioPlay& play, const ScenarioLine& line) {
     putchar('\n');
+    if (line.verb[0] == "clock") return startedAt = Clock::now(), 0;
     if (line.verb[0] == "picture") return RunVerb(board, line.verb) == 0 ? 0 : Fail(play, line, "There is no picture.");
     const BoardAnswer answer = AskBoard(board, line.verb);
     if (answer.ended) return 0;  // as the daemon's end ends a board with --no-restart; whether it may, `expect` tells

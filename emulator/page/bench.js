@@ -4,6 +4,7 @@ import { drawConnectors } from './connectors.js';
 import { drawInstruments } from './instruments.js';
 import { drawPanel } from './panel.js';
 import { drawPicture } from './picture.js';
+import { drawRecord } from './record.js';
 import { drawSettings } from './settings.js';
 
 function drawState(id, state, title, text) {
@@ -102,5 +103,6 @@ drawPicture();
 drawPanel();
 drawConnectors();
 drawInstruments();
+drawRecord();
 drawSettings();
 start();

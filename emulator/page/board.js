@@ -4,14 +4,13 @@ const followers = { bench: [], trace: [], journal: [], console: [], action: [], 
 
 export const bench = {};        // newest answer of the verb `bench`
 export const profiles = { camera: [], sound: [], monitor: [] };
-export const actions = [];      // { time, words, good, text }
 
 export const on = (event, follower) => followers[event].push(follower);
 const tell = (event, ...what) => followers[event].forEach((follower) => follower(...what));
 
 // Carries out a verb: { good, text }. Never throws.
 export async function act(...words) {
-    const action = { time: Date.now(), words: words.map(String) };
+    const action = { words: words.map(String) };
     try {
         const answer = await fetch('/verb', {
             method: 'POST',
@@ -23,7 +22,6 @@ export async function act(...words) {
     } catch (error) {
         Object.assign(action, { good: false, text: `The bench does not answer: ${error.message}` });
     }
-    actions.push(action);
     tell('action', action);
     return action;
 }

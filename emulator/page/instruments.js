@@ -1,5 +1,5 @@
 // Instruments behind tabs: consoles, the log, the trace of bus traffic, and the page's own actions as verb lines.
-import { act, actions, find, make, on, show } from './board.js';
+import { act, find, make, on, show } from './board.js';
 
 const place = find('#instruments');
 const tabs = find('[role=tablist]', place);
@@ -99,7 +99,7 @@ const filterBox = (label, changed) => make('input', { type: 'search', placeholde
 
 // ---- Consoles
 
-function addConsole(name, title, placeholder, send) {
+function addConsole(name, title, placeholder, send, echoes = true) {
     const log = make('pre', { className: 'lines', tabIndex: 0, role: 'log' });
     const input = make('input', { type: 'text', placeholder, ariaLabel: placeholder, spellcheck: false, autocomplete: 'off', autocapitalize: 'off' });
     const past = [];
@@ -124,7 +124,7 @@ function addConsole(name, title, placeholder, send) {
         past.push(text);
         at = past.length;
         input.value = '';
-        write(text + '\n', 'typed');
+        if (echoes) write(text + '\n', 'typed');
         const { good, text: answer } = await send(text);
         if (!good) write(answer + '\n', 'wrong');
         else if (answer) write(answer.replaceAll('\r', '').replace(/\n?$/, '\n'), 'answer');
@@ -221,27 +221,11 @@ const quoted = (word) => /^[\w.,:/+-]+$/.test(word) ? word : `'${word.replaceAll
 const verbLine = (words) => words.map(quoted).join(' ');
 const splitWords = (line) => [...line.matchAll(/'([^']*)'|"([^"]*)"|(\S+)/g)].map(([, one, two, plain]) => one ?? two ?? plain);
 
-function download() {
-    const first = actions[0]?.time ?? 0;
-    const text = actions.map(({ time, words }) => {
-        const seconds = (time - first) / 1000;
-        return `${Math.floor(seconds / 60)}:${(seconds % 60).toFixed(1).padStart(4, '0')}  ${verbLine(words)}\n`;
-    }).join('');
-    const link = make('a', { href: URL.createObjectURL(new Blob([text], { type: 'text/plain' })), download: 'actions.txt' });
-    link.click();
-    URL.revokeObjectURL(link.href);
-}
-
 function addActions() {
-    const write = addConsole('verbs', 'Verbs', 'Any verb, for example: i2c', (text) => act(...splitWords(text)));
-    const sheet = find('#sheet-verbs');
-    sheet.prepend(make('div', { className: 'filters' },
-        make('p', {}, 'Every action of this page is a verb of tessel-emulator ctl.'),
-        make('button', { type: 'button', className: 'chip', onclick: download }, 'Download the list')));
-    on('action', ({ words, good }) => {
-        const line = verbLine(words) + '\n';
-        if (sheet.hidden) write(line, good ? 'typed' : 'typed wrong');
-    });
+    const write = addConsole('verbs', 'Verbs', 'Any verb, for example: i2c', (text) => act(...splitWords(text)), false);
+    find('#sheet-verbs').prepend(make('div', { className: 'filters' },
+        make('p', {}, 'Every action of this page is a verb of tessel-emulator ctl.')));
+    on('action', ({ words, good }) => write(verbLine(words) + '\n', good ? 'typed' : 'typed wrong'));
 }
 
 export function drawInstruments() {

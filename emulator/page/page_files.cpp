@@ -30,6 +30,9 @@ static constexpr std::array kFiles{
     PageFile{.path = "/picture.js", .type = "text/javascript; charset=utf-8", .text =
 #include "page/picture.js.literal"
     },
+    PageFile{.path = "/record.js", .type = "text/javascript; charset=utf-8", .text =
+#include "page/record.js.literal"
+    },
     PageFile{.path = "/settings.js", .type = "text/javascript; charset=utf-8", .text =
 #include "page/settings.js.literal"
     },

@@ -8,6 +8,7 @@
 //   choose SELECTOR VALUE      of a list
 //   type SELECTOR TEXT         into a field, and Enter
 //   keys KEY KEY ...           one after the other: Tab, ArrowDown, Enter, Escape ...
+//   download SELECTOR FILE     clicks there, and puts the file that comes of it at that path: its own name
 //   expect SELECTOR TEXT       waits until the element is shown and says that
 //   standing                   the newest frame shown, complaints of the page's script, whether it must be scrolled sideways,
 //                              what has the focus, and what sticks out of its box
@@ -78,6 +79,11 @@ const actions = {
     },
     keys: async (...keys) => {
         for (const key of keys) await page.keyboard.press(key);
+    },
+    download: async (selector, path) => {
+        const [download] = await Promise.all([page.waitForEvent('download'), page.click(selector)]);
+        await download.saveAs(path);
+        return { name: download.suggestedFilename() };
     },
     expect: (selector, ...words) => page.locator(selector).filter({ hasText: words.join(' '), visible: true }).first().waitFor(),
     standing: async () => ({ complaints, ...await page.evaluate(standing) }),

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <fstream>
 
 #include "browser.h"
 #include "picture_probe.h"
@@ -128,6 +129,20 @@ TEST(BenchPage, ClicksReachTheBoard) {
     Screenshot(browser, "bench390.png");
 }
 
+// What was clicked becomes a file, and the file does it again on a fresh board. This one shows camera 2 only, and its
+// network cable is out.
+static void ReplayClicks(const Browser& browser, const Board& board) {
+    const std::string path = BoardFile(board, "clicked.scenario");
+    ASSERT_NO_FATAL_FAILURE(Do(
+        browser, {"expect #record recording", "click #record-anew", "click #port-lan", "keys Enter",
+                  "expect #port-lan DHCP", "hold .key:nth-child(2)", "release",
+                  "expect .key:nth-child(2):has([data-lit=true]) S2", "click #record-stop", "expect #record 2 verbs"}));
+    EXPECT_EQ(Ask(browser, "download #record-download " + path)["name"], "record.scenario");
+    std::ofstream(path, std::ios::app) << "expect status lan plugged\nexpect picture 2 fills within 10\n";
+    const CtlAnswer played = Play(path);
+    EXPECT_EQ(played.status, 0) << played.out << played.err;
+}
+
 // Identity changes with the power; buttons that are held; two boards and their pages side by side.
 TEST(BenchPage, BecomesAnotherBoard) {
     const Board board = StartNewBoard({"--page", "auto", "--camera1", "hd-mjpeg"});
@@ -156,6 +171,7 @@ TEST(BenchPage, BecomesAnotherBoard) {
                      "click #port-lan", "keys Enter", "expect #port-lan cable"}));
     EXPECT_EQ(Status(beside)["lan"], "unplugged");
     EXPECT_EQ(Status(board)["lan"], "plugged");
+    ASSERT_NO_FATAL_FAILURE(ReplayClicks(browser, beside));
     EXPECT_EQ(Ask(browser, "fetch http://" + Address(board) + "/profiles")["status"], "refused")
         << "a page of another board";
     StopBoard(beside);

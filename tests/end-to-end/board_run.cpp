@@ -213,6 +213,8 @@ CtlAnswer Play(const Board& board, const std::string& scenario) {
     return RunEmulator({kEmulator, "play", scenario, "--patience", "4", "--board", board->folder.string()});
 }
 
+CtlAnswer Play(const std::string& scenario) { return RunEmulator({kEmulator, "play", scenario, "--patience", "4"}); }
+
 std::vector<Json> TraceLines(const Board& board, std::string_view what) {
     std::vector<Json> lines;
     std::istringstream text(Ctl(board, {"trace"}).out);

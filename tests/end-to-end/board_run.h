@@ -72,6 +72,7 @@ struct CtlAnswer {
 };
 CtlAnswer Ctl(const Board& board, const Words& words);
 CtlAnswer Play(const Board& board, const std::string& scenario);               // a file, on this board
+CtlAnswer Play(const std::string& scenario);                                   // on a board of its own
 std::vector<Json> TraceLines(const Board& board, std::string_view what = {});  // all kinds, or one
 std::vector<std::string> ShellLines(const Board& board);                       // what was run through `sh -c`, in order
 Json Status(const Board& board);

@@ -43,7 +43,7 @@ TEST(Playing, WhatIsDoneIsRecordedAndPlayedAgain) {
     const CtlAnswer answer = Play(board, path);
     EXPECT_EQ(answer.status, 1);
     EXPECT_THAT(answer.out, HasSubstr("expect picture 2 at 960x540+480+540   ok")) << answer.err;
-    EXPECT_THAT(answer.err, HasSubstr(path + ":6: expect log Kernel issue! within 0\nNot so at "));
+    EXPECT_THAT(answer.err, HasSubstr(path + ":8: expect log Kernel issue! within 0\nNot so at "));
 }
 
 TEST(Playing, ABadOneStartsNothing) {

@@ -45,6 +45,7 @@ TEST(Scenario, EveryBadLineIsToldWithItsReason) {
         {"cammera 1 plug hd-mjpeg", "no verb \"cammera\""},
         {"trace --follow", "no end"},
         {"board", "above everything else"},
+        {"clock 0:10", "stands alone"},
         {"0:5 status", "no time"},
         {"0:30", "nothing to do"},
         {"console \"<S1>", "not closed"},
@@ -66,6 +67,11 @@ TEST(Scenario, EveryBadLineIsToldWithItsReason) {
         EXPECT_THAT(scenario.errors[i].reason, HasSubstr(kBad[i].reason)) << kBad[i].line;
     }
     EXPECT_THAT(scenario.errors.back().reason, HasSubstr("earlier"));
+}
+
+TEST(Scenario, TimesCountFromTheClock) {
+    EXPECT_THAT(ParseScenario("0:05 status\nclock\n0:01 status\n").errors, IsEmpty());
+    EXPECT_EQ(ParseScenario("clock\n0:05 status\n0:01 status\n").errors.size(), 1u);
 }
 
 TEST(Scenario, WhatIsRecordedIsReadBack) {
