@@ -120,7 +120,7 @@ static void StoreChange(T& stored, const T& value) {
 
 static void StoreText(char (&stored)[32], const char* text) {
     char padded[32] = {};
-    strncpy(padded, text, sizeof padded - 1);
+    memcpy(padded, text, strnlen(text, sizeof padded - 1));
     StoreChange(stored, padded);
 }
 
