@@ -1,6 +1,7 @@
 #include "gstreamer/audio_pipeline.h"
 
 #include <gst/gst.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -341,6 +342,7 @@ static void DestroyPipeline(AudioPipeline& p) {
     DrainMainContext();
     g_clear_object(&p.bus);
     g_clear_object(&p.pipeline);
+    malloc_trim(0);
     LogInfo("Audio pipeline destroyed.\n");
 }
 

@@ -1,5 +1,7 @@
 #include "gstreamer/video_pipeline.h"
 
+#include <malloc.h>
+
 #include <array>
 #include <initializer_list>
 
@@ -357,6 +359,7 @@ void DestroyVideoPipeline(VideoPipeline& p) {
     g_clear_object(&p.bus);
     g_clear_object(&p.pipeline);
     ReleaseCapturePools(pools);
+    malloc_trim(0);  // frames of the next life may have other sizes: what they leave unused would stay with us
     LogInfo("Video pipeline destroyed.\n");
     StopHdmiSyncPoll(p.hdmiPoll);
 }
