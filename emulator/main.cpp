@@ -35,6 +35,7 @@
 #include "page/page_server.h"
 #include "sound/sound_profiles.h"
 #include "system/board.h"
+#include "system/places.h"
 #include "system/port_forward.h"
 
 namespace fs = std::filesystem;
@@ -180,15 +181,12 @@ static bool Complain(const std::string& wrong) {
 
 static bool FindDaemon() {
     std::error_code error;
-    const fs::path here = fs::read_symlink("/proc/self/exe", error).parent_path();
-    if (Board.daemon.empty())
-        for (const char* place : {"Tesselvisor", "../src/Tesselvisor", "../Tesselvisor"})
-            if (Board.daemon.empty() && access((here / place).c_str(), X_OK) == 0) Board.daemon = here / place;
+    if (Board.daemon.empty()) Board.daemon = OwnDaemon();
     Board.daemon = Board.daemon.empty() ? "" : fs::absolute(Board.daemon).lexically_normal().string();
     // A program of the host is known to the board by its name; of any other, the board gets the folder it lies in.
     if (!IsHostProgram(Board.daemon)) Board.daemon = fs::canonical(Board.daemon, error).string();
     if (Board.daemon.empty())
-        fprintf(stderr, "tessel-emulator: no daemon beside the emulator; name it with --daemon\n");
+        fprintf(stderr, "tessel-emulator: no daemon with this emulator; name one with --daemon\n");
     return !Board.daemon.empty();
 }
 

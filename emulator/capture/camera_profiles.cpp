@@ -7,7 +7,7 @@
 #include <iterator>
 #include <stdexcept>
 
-#include "system/board.h"
+#include "system/places.h"
 
 using Json = nlohmann::ordered_json;  // sizes and formats keep their order
 

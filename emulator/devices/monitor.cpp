@@ -11,6 +11,7 @@
 #include "devices/framebuffer.h"
 #include "devices/i2c_bus.h"
 #include "system/board.h"
+#include "system/places.h"
 
 static constexpr const char* kCableState = "/sys/devices/platform/soc/20e0000.hdmi_video/cable_state";
 static constexpr std::string_view kExtension = ".edid";

@@ -15,6 +15,7 @@
 
 #include "kernel/sandbox_init.h"
 #include "system/board.h"
+#include "system/places.h"
 
 namespace fs = std::filesystem;
 

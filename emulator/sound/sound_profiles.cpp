@@ -5,7 +5,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "system/board.h"
+#include "system/places.h"
 
 using Json = nlohmann::ordered_json;
 

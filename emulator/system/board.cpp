@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <string_view>
 
 #include "bench/running_boards.h"
 #include "bench/trace.h"
@@ -25,6 +26,7 @@
 #include "kernel/supervisor.h"
 #include "kernel/udev_events.h"
 #include "system/faults.h"
+#include "system/places.h"
 #include "system/port_forward.h"
 #include "system/service_manager.h"
 
@@ -52,18 +54,6 @@ fs::path HostPath(const std::string& boardPath) {
     if (boardPath.starts_with("/home/root") || boardPath.starts_with("/etc")) return Board.folder.string() + boardPath;
     if (boardPath.starts_with(kEmulatorsOwn)) return Volatile.string() + boardPath.substr(kEmulatorsOwn.size());
     return Volatile.string() + boardPath;
-}
-
-static fs::path ProgramFolder() {
-    std::error_code error;
-    return fs::read_symlink("/proc/self/exe", error).parent_path();
-}
-
-fs::path EmulatorFile(std::string_view name) {
-    const fs::path program = ProgramFolder();
-    const std::array places{program, program / "../share/tesselvisor", fs::path(EMULATOR_SOURCES)};
-    auto place = std::ranges::find_if(places, [&](const fs::path& folder) { return fs::exists(folder / name); });
-    return ((place == places.end() ? program : *place) / name).lexically_normal();
 }
 
 void WriteBoardFile(const std::string& boardPath, const std::string& text) {
@@ -186,10 +176,7 @@ bool OpenBoard() {
 // The registry of GStreamer plug-ins takes seconds to make. The first board makes it; the next ones start with its
 // copy, which GStreamer itself checks against the plug-ins.
 
-static fs::path RegistryCopy() {
-    fs::path beside = ProgramFolder();
-    return (access(beside.c_str(), W_OK) == 0 ? beside : RuntimeFolder()) / "gst-registry.bin";
-}
+static fs::path RegistryCopy() { return CacheFolder() / "gst-registry.bin"; }
 
 static fs::file_time_type registryTaken;
 

@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
-#include <string_view>
 #include <vector>
 
 struct BoardOptions {
@@ -34,10 +33,6 @@ extern std::filesystem::path Volatile;  // host path of the volatile folder
 
 // Host path of a file that the board sees at this absolute path (under /home/root, /etc, /dev, /sys, /run or /tmp).
 std::filesystem::path HostPath(const std::string& boardPath);
-
-// Where the emulator keeps what it brings along: EmulatorFile("cameras"), "monitors", "tools", "gst". Beside the
-// program in a build, in share/tesselvisor when installed, in the sources for a unit test.
-std::filesystem::path EmulatorFile(std::string_view name);
 
 // Writes a plain file of the board (a sysfs attribute, a marker) whole, so that a reader sees the old or the new text.
 void WriteBoardFile(const std::string& boardPath, const std::string& text);

@@ -20,6 +20,7 @@
 #include "kernel/supervisor.h"
 #include "sound/sound_card.h"
 #include "system/board.h"
+#include "system/places.h"
 #include "text.h"
 
 struct PlainFile {

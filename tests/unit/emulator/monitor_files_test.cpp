@@ -10,7 +10,7 @@
 
 #include "devices/edid.h"
 #include "devices/monitor.h"
-#include "system/board.h"
+#include "system/places.h"
 #include "text.h"
 
 static std::vector<uint8_t> EdidOf(const std::string& monitor) {

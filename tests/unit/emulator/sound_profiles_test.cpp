@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "system/board.h"
+#include "system/places.h"
 
 using testing::HasSubstr;
 
