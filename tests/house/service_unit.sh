@@ -5,12 +5,11 @@ cd "$(dirname "$0")/../.."
 unit=packaging/systemd/tesselvisor.service.in
 fail() { echo "$*" >&2; exit 1; }
 
-# What the unit opens under a name of the kernel's, or only with a drop-in.
+# Some the unit opens by the kernel's name of their kind.
 covered() {
     case $1 in
         /dev/video*) grep -q 'DeviceAllow=char-video4linux rw' "$unit" ;;
         /dev/fb*) grep -q 'DeviceAllow=char-fb rw' "$unit" ;;
-        /dev/mem) grep -q 'DeviceAllow=/dev/mem rw' packaging/systemd/old-kernel.conf ;;
         /dev/null) true ;;  # every policy has it
         *) grep -q "DeviceAllow=$1 rw" "$unit" ;;
     esac
