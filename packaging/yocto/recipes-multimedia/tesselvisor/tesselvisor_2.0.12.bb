@@ -15,7 +15,7 @@ DEPENDS = "alsa-lib gstreamer1.0 systemd udev v4l-utils"
 EXTRA_OECMAKE = "-DTESSEL_EMULATOR=OFF -DBUILD_TESTING=OFF -DTESSEL_UNIT_FOLDER=${systemd_system_unitdir}"
 
 SYSTEMD_SERVICE:${PN} = "tesselvisor.service"
-FILES:${PN} += "${systemd_system_unitdir} ${nonarch_libdir}/tmpfiles.d"
+FILES:${PN} += "${systemd_system_unitdir}"
 
 # The packages of the platform's elements imxv4l2src, imxcompositor_g2d, imxv4l2sink and vpudec: the machine's to name.
 TESSELVISOR_PLATFORM_PLUGINS ?= ""
