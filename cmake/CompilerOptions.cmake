@@ -1,6 +1,6 @@
 # Warnings are errors for our own code; the sanitizer, if any, applies to everything in the tree.
 add_library(tessel_warnings INTERFACE)
-target_compile_options(tessel_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+target_compile_options(tessel_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wcast-align -Werror)
 
 if(TESSEL_SANITIZER STREQUAL "address")
     add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)

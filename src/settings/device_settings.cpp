@@ -81,8 +81,9 @@ int SaveSettings(DeviceSettings& record, const char* path) {
 
 void StoreViewAndSwap(DeviceSettings& record, uint8_t view, uint8_t swap) {
     static_assert(offsetof(DeviceSettings, Swap) == offsetof(DeviceSettings, View) + 1);
-    static_assert(offsetof(DeviceSettings, View) % 2 == 0);
+    static_assert(offsetof(DeviceSettings, View) % 2 == 0 && alignof(DeviceSettings) % 2 == 0);
     using Pair [[gnu::may_alias]] = uint16_t;
     const auto pair = static_cast<uint16_t>(view | swap << 8);
-    __atomic_store_n(reinterpret_cast<Pair*>(&record.View), pair, __ATOMIC_RELAXED);
+    void* const both = &record.View;  // aligned for a pair, which its own type does not say
+    __atomic_store_n(static_cast<Pair*>(both), pair, __ATOMIC_RELAXED);
 }

@@ -15,6 +15,7 @@ template <typename T>
 struct Shared {
     static_assert(std::is_trivially_copyable_v<T>);
     static_assert(sizeof(T) <= 4 || (sizeof(T) == 8 && alignof(T) == 8), "one access of the processor");
+    static_assert(__atomic_always_lock_free(sizeof(T), nullptr), "no lock of a library behind it, on any processor");
     T raw;
 
     Shared& operator=(const Shared&) = delete;  // would copy without the atomic store: say other.Load()
