@@ -13,9 +13,8 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${CMAKE_SYSROOT})
 set(ENV{PKG_CONFIG_LIBDIR} ${CMAKE_SYSROOT}/usr/lib/arm-linux-gnueabihf/pkgconfig:${CMAKE_SYSROOT}/usr/share/pkgconfig)
 
-# User emulation shows programs the folder's files in front of this machine's, but not to every system call: GStreamer is
-# told where its plug-ins are. Neither its scan nor a test can start a program,
-# which this processor could not run.
+# User emulation shows programs the folder's files in front of this machine's, but not in every system call: GStreamer is
+# told where its plug-ins are. No program can start another one of this processor, neither GStreamer's scanner nor itself.
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm-static -L ${CMAKE_SYSROOT}
     -E GST_PLUGIN_SYSTEM_PATH=${CMAKE_SYSROOT}/usr/lib/arm-linux-gnueabihf/gstreamer-1.0
     -E GST_REGISTRY=${CMAKE_SYSROOT}/../gstreamer-registry.bin -E GST_REGISTRY_FORK=no
