@@ -1,5 +1,4 @@
-// A person at the bench page, in headless Chromium: does what each line of standard input says and answers it with a
-// line of JSON, {"error": TEXT} when it could not be done. Ends with its input. The lines, where SELECTOR has no space:
+// A person at the bench page, told by lines of standard input (person.mjs), where SELECTOR has no space:
 //
 //   window WIDTH HEIGHT        size of the browser's window from here on
 //   open URL                   the page is there and has heard of its board
@@ -15,25 +14,9 @@
 //   fetch URL                  as a page of this origin would: status, or "refused"
 //   screenshot FILE.png        the whole page, as it looks now
 
-import { createInterface } from 'node:readline';
+import { obey, openPage } from './person.mjs';
 
-const chromiumPath = '/usr/bin/chromium';
-const flags = [
-    '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
-    '--disable-component-update', '--disable-sync',
-];
 const patience = 40_000;
-
-const answer = (value) => process.stdout.write(JSON.stringify(value) + '\n');
-
-async function startBrowser() {
-    const { chromium } = await import('playwright-core').catch((error) => {
-        throw new Error(`playwright-core is missing, scripts/setup installs it: ${error.message}`);
-    });
-    return chromium.launch({ executablePath: chromiumPath, args: flags }).catch((error) => {
-        throw new Error(`${chromiumPath} does not start, scripts/setup installs it: ${error.message}`);
-    });
-}
 
 // Runs in the page.
 function standing() {
@@ -51,14 +34,7 @@ function standing() {
     };
 }
 
-const browser = await startBrowser().catch((error) => {
-    answer({ error: error.message });
-    process.exit(1);
-});
-const page = await browser.newPage();
-page.setDefaultTimeout(patience);
-const complaints = [];
-page.on('pageerror', (error) => complaints.push(error.message));
+const { browser, page, complaints } = await openPage(patience);
 
 const actions = {
     window: (width, height) => page.setViewportSize({ width: Number(width), height: Number(height) }),
@@ -93,12 +69,4 @@ const actions = {
     screenshot: async (path) => void await page.screenshot({ path, fullPage: true }),
 };
 
-for await (const line of createInterface({ input: process.stdin })) {
-    const [action, ...words] = line.split(' ');
-    try {
-        answer(await actions[action](...words) || {});
-    } catch (error) {
-        answer({ error: `${line}: ${error.message}` });
-    }
-}
-await browser.close();
+await obey(browser, actions);

@@ -1,5 +1,4 @@
-// A person at the control page, in headless Chromium: does what each line of standard input says and answers it with a
-// line of JSON, {"error": TEXT} when it could not be done. Ends with its input. The lines:
+// A person at the control page, told by lines of standard input (person.mjs):
 //
 //   window WIDTH HEIGHT   size of the browser's window from here on
 //   open URL              the page is there
@@ -8,28 +7,11 @@
 //   layout                where everything stands: across in fractions of the page's width, down in pixels
 //   screenshot FILE.png   as it looks now
 
-import { createInterface } from 'node:readline';
+import { obey, openPage } from './person.mjs';
 
-const chromiumPath = '/usr/bin/chromium';
-const flags = [
-    '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
-    '--disable-component-update', '--disable-sync',
-];
 // The appliance serves one connection at a time and waits 5 s for each to say something, and Chromium opens spare ones
 // that never do: even a small page may take its time.
 const patience = 60_000;
-
-const answer = (value) => process.stdout.write(JSON.stringify(value) + '\n');
-
-async function startBrowser() {
-    const { chromium } = await import('playwright-core').catch((error) => {
-        throw new Error(`playwright-core is missing, scripts/setup installs it: ${error.message}`);
-    });
-    // Each start has a fresh profile, which goes with the browser.
-    return chromium.launch({ executablePath: chromiumPath, args: flags }).catch((error) => {
-        throw new Error(`${chromiumPath} does not start, scripts/setup installs it: ${error.message}`);
-    });
-}
 
 // Runs in the page.
 function layoutOf() {
@@ -64,14 +46,7 @@ async function press(page, complaints, command) {
     return { background, complaints };
 }
 
-const browser = await startBrowser().catch((error) => {
-    answer({ error: error.message });
-    process.exit(1);
-});
-const page = await browser.newPage();
-page.setDefaultTimeout(patience);
-const complaints = [];  // exceptions in the page's script; refused answers are none
-page.on('pageerror', (error) => complaints.push(error.message));
+const { browser, page, complaints } = await openPage(patience);
 
 const actions = {
     window: async (width, height) => {
@@ -94,12 +69,4 @@ const actions = {
     },
 };
 
-for await (const line of createInterface({ input: process.stdin })) {
-    const [action, ...words] = line.split(' ');
-    try {
-        answer(await actions[action](...words));
-    } catch (error) {
-        answer({ error: `${line}: ${error.message}` });
-    }
-}
-await browser.close();
+await obey(browser, actions);
