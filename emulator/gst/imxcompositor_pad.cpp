@@ -1,10 +1,9 @@
 #include "gst/imxcompositor_pad.h"
 
 #include <algorithm>
-#include <cstdlib>
 
-// Time stamps further than this from the running time come from another time base (a source started anew alone, or one
-// that counts from its own start) and are moved to now.
+// Time stamps further than this from the present come from another time base (a source started anew alone, one that
+// counts from its own start, or one that read the clock before the pipeline had its base time) and are moved to now.
 static constexpr GstClockTimeDiff kStrangeTime = 2 * GST_SECOND;
 static constexpr GstClockTime kUsualDuration = GST_SECOND / 30;
 
@@ -108,6 +107,12 @@ static GstClockTime RunningTime(GstPad* pad, GstClockTime time) {
     return GST_CLOCK_TIME_IS_VALID(running) ? running : time;
 }
 
+// The clock of a pipeline without a live source says nothing about how far it has come.
+static GstClockTime Present(GstAggregator* aggregator, bool live) {
+    return live ? gst_element_get_current_running_time(GST_ELEMENT(aggregator))
+                : gst_aggregator_simple_get_next_time(aggregator);
+}
+
 // The picture of an input is always its newest one: whatever its clock says, its frames belong to the present.
 static GstPadProbeReturn MoveToPresent(GstPad* gstPad, GstPadProbeInfo* info, gpointer) {
     GstObject* const parent = gst_pad_get_parent(gstPad);
@@ -117,18 +122,20 @@ static GstPadProbeReturn MoveToPresent(GstPad* gstPad, GstPadProbeInfo* info, gp
     const GstClockTime latency = gst_aggregator_get_latency(GST_AGGREGATOR(parent));
     TESSEL_COMPOSITOR(parent)->latency = latency;
     const bool live = GST_CLOCK_TIME_IS_VALID(latency);
-    const GstClockTime now = gst_element_get_current_running_time(GST_ELEMENT(parent));
+    const GstClockTime now = Present(GST_AGGREGATOR(parent), live);
     const bool stamped = GST_BUFFER_PTS_IS_VALID(buffer);
     gst_object_unref(parent);
 
     const GstClockTime own = stamped ? GST_BUFFER_PTS(buffer) : pad->next;
     const GstClockTime running = RunningTime(gstPad, own);
-    const GstClockTimeDiff strange = GST_CLOCK_DIFF(now, running) + pad->shift;
-    if (live && GST_CLOCK_TIME_IS_VALID(now) && std::abs(strange) > kStrangeTime) pad->shift -= strange;
+    const GstClockTimeDiff ahead = GST_CLOCK_DIFF(now, running) + pad->shift;
+    // Without a live source the display waits for frames of its own time: one from the past would stop it.
+    const bool strange = ahead > kStrangeTime || ahead < (live ? -kStrangeTime : 0);
+    if (GST_CLOCK_TIME_IS_VALID(now) && strange) pad->shift -= ahead;
     const GstClockTime duration = GST_BUFFER_DURATION_IS_VALID(buffer) ? GST_BUFFER_DURATION(buffer) : kUsualDuration;
     pad->next = own + duration;
     pad->due = running + static_cast<GstClockTime>(pad->shift) + duration;
-    if (!live && stamped) return GST_PAD_PROBE_OK;
+    if (!live && stamped && pad->shift == 0) return GST_PAD_PROBE_OK;
     buffer = gst_buffer_make_writable(buffer);
     GST_BUFFER_PTS(buffer) =
         static_cast<GstClockTime>(std::max<GstClockTimeDiff>(static_cast<GstClockTimeDiff>(own) + pad->shift, 0));
