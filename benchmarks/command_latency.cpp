@@ -25,6 +25,7 @@
 
 #include "board_run.h"
 #include "commands/command_tables.h"
+#include "figures.h"
 
 using Clock = std::chrono::steady_clock;
 using Microseconds = std::chrono::duration<double, std::micro>;
@@ -144,11 +145,6 @@ static double Measure(int socket, const std::string& text) {
         while (!TakeAnswer(socket, answer)) continue;
     }
     return Microseconds(Clock::now() - start).count();
-}
-
-static double Quantile(std::vector<double> times, double part) {
-    std::ranges::sort(times);
-    return times[size_t(double(times.size() - 1) * part)];
 }
 
 // In turn, so that each of them meets the same moments of a busy machine.
