@@ -132,7 +132,7 @@ static constexpr std::array kVerbs{
     Verb{"key", "key CODE | swap | view N | repeat CODE | garbage [TYPE]", KeyVerb, kActs},
     Verb{"buttons", "buttons MASK [for MS]", ButtonsVerb, kActs},
     Verb{"gpio-button", "gpio-button N press|release", GpioButtonVerb, kActs},
-    Verb{"serial", "serial TEXT", SerialVerb, kActs},
+    Verb{"serial", "serial TEXT [MS]", SerialVerb, kActs},
     Verb{"telnet", "telnet TEXT", TelnetVerb, kActs},
     Verb{"console", "console [TEXT | --follow]", ConsoleVerb, 1},
     Verb{"audio", "audio", AudioVerb},

@@ -15,9 +15,10 @@
 
 #include "bench/trace.h"
 #include "kernel/supervisor.h"
+#include "text.h"
 
 static constexpr unsigned kMajor = 207, kFirstMinor = 16;
-static constexpr int64_t kAnswerTime = 1'000'000;  // microseconds that `serial` listens for
+static constexpr unsigned kAnswerTime = 1000, kLongestAnswerTime = 60'000;  // ms that `serial` listens for
 static constexpr int kControlPort = 2;
 
 struct SerialLine {
@@ -109,7 +110,9 @@ static std::optional<std::string> Unescape(std::string_view text) {
 }
 
 VerbAnswer SerialVerb(const VerbWords& words) {
-    if (words.size() != 1) return Usage("serial");
+    if (words.empty() || words.size() > 2) return Usage("serial");
+    const std::optional<unsigned> time = words.size() == 1 ? kAnswerTime : ParseNumber(words[1], kLongestAnswerTime);
+    if (!time) return Bad("serial: the time is 0 to " + std::to_string(kLongestAnswerTime) + " ms");
     if (listener != 0) return Bad("serial: another one is waiting for its answer");
     const std::optional<std::string> bytes = Unescape(words[0]);
     if (!bytes) return Bad("serial: the escapes are \\r \\n \\t \\\\ \\0 and \\xHH");
@@ -118,7 +121,7 @@ VerbAnswer SerialVerb(const VerbWords& words) {
 
     heard.clear();
     listener = LaterAnswer();
-    CallAt(NowMicroseconds() + kAnswerTime, [] {
+    CallAt(NowMicroseconds() + int64_t{*time} * 1000, [] {
         AnswerLater(listener, {.good = true, .text = heard});
         listener = 0;
     });

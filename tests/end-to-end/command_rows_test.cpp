@@ -57,7 +57,7 @@ static std::string Frame(Channels channel, std::string text) {
 static void SendOver(Bench& bench, const std::string& command) {
     switch (bench.channel) {
         case kSerial:
-            EXPECT_EQ(Ctl(bench.board, {"serial", command}).status, 0);
+            EXPECT_EQ(Ctl(bench.board, {"serial", command, "0"}).status, 0);
             break;
         case kConsole:
             Type(bench.board, command + "\n");

@@ -60,7 +60,7 @@ static std::string Console(const Board& board, const std::string& lines, std::st
 // The trace has it all, however long the answer takes.
 static std::string Serial(const Board& board, const std::string& command) {
     Ctl(board, {"trace", "--clear"});
-    Ctl(board, {"serial", command});
+    Ctl(board, {"serial", command, "0"});
     std::string answer;
     WaitUntil(10, [&] {
         answer.clear();
