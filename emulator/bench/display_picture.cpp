@@ -38,7 +38,7 @@ int64_t LastShownAt(const std::filesystem::path& display) {
     void* mapped = MapDisplay(display);
     if (mapped == nullptr) return 0;
     const auto* header = static_cast<const DisplayHeader*>(mapped);
-    const uint32_t newest = header->newest.load(std::memory_order_acquire) % kDisplaySlots;
+    const size_t newest = header->newest.load(std::memory_order_acquire) % kDisplaySlots;
     const int64_t shownAt = header->frames.load() == 0 ? 0 : header->slots[newest].shownAt;
     munmap(mapped, kDisplayFileBytes);
     return shownAt;
