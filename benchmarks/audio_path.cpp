@@ -9,6 +9,7 @@
 #include <numeric>
 
 #include "board_run.h"
+#include "figures.h"
 #include "process_figures.h"
 #include "tcp_client.h"
 
@@ -86,10 +87,12 @@ static void CompareCost(const Board& board, const Board& launched, const ThreadT
     const double path = perSecond(Difference(before, after, [&](int thread) { return !earlier.contains(thread); }));
     const double thread = perSecond(Difference(before, after, [&](int id) { return id == supervision; }));
     const double yardstick = perSecond(Difference(launchBefore, launchAfter, [](int) { return true; }));
-    printf("%-44s %8s %8s\n", "ms of processor time per second of sound", "", "ratio");
-    printf("%-44s %8.2f %8.2f\n", "gst-launch-1.0, the same links", yardstick, 1.0);
-    printf("%-44s %8.2f %8.2f\n", "daemon: the pipeline's threads", path, path / yardstick);
-    printf("%-44s %8.2f %8.2f\n", "daemon: cards counted, settings followed", thread, thread / yardstick);
+    const auto report = [&](const char* row, double cost) {
+        ReportRow("sound cost", row, {{"ms/s", cost}, {"of gst-launch's", cost / yardstick}});
+    };
+    report("gst-launch-1.0, the same links", yardstick);
+    report("daemon: the pipeline's threads", path);
+    report("daemon: cards counted, settings followed", thread);
 }
 
 // ---- Latency
@@ -102,7 +105,7 @@ static double TimeInTrace(const Board& board, const char* event, const char* out
     return 0;
 }
 
-static bool Onset(const Board& board, std::map<std::string, std::vector<double>>& latencies) {
+static void Onset(const Board& board, std::map<std::string, std::vector<double>>& latencies) {
     Ctl(board, {"tone", "microphone1", "off"});
     Pause(3);
     Ctl(board, {"trace", "--clear"});
@@ -114,22 +117,18 @@ static bool Onset(const Board& board, std::map<std::string, std::vector<double>>
     const double begin = TimeInTrace(board, "tone on", "", "t");
     for (const char* output : kMixOutputs)
         if (heard) latencies[output].push_back((TimeInTrace(board, "heard", output, "at") - begin) / 1000);
-    return heard;
 }
 
-static void PrintTimes(const char* title, std::vector<double>& times) {
-    std::ranges::sort(times);
-    printf("%-44s %8.1f %8.1f\n", title, times[times.size() / 2], times.back());
-    fflush(stdout);
+static void ReportTimes(const char* table, const std::string& row, const std::vector<double>& times) {
+    ReportRow(table, row,
+              {{"heard", double(times.size())}, {"median ms", Median(times)}, {"max ms", Quantile(times, 1)}});
 }
 
 static void MeasureLatency(const Board& board, const char* title) {
     std::map<std::string, std::vector<double>> latencies;
-    int heard = 0;
-    for (int i = 0; i < kOnsets; ++i) heard += Onset(board, latencies);
-    printf("\n%s: microphone 1 to output, ms, %d of %d onsets heard\n%-44s %8s %8s\n", title, heard, kOnsets, "",
-           "median", "maximum");
-    for (auto& [output, times] : latencies) PrintTimes(output.c_str(), times);
+    for (int i = 0; i < kOnsets; ++i) Onset(board, latencies);
+    for (const auto& [output, times] : latencies)
+        ReportTimes("sound latency", std::string(title) + ": " + output, times);
 }
 
 // ---- Commands
@@ -160,7 +159,6 @@ static void MeasureChanges(const Board& board) {
          .event = "heard",
          .source = "fpga"},
     };
-    printf("\n%-44s %8s %8s\n", "command to analog output, ms", "median", "maximum");
     for (const Change& change : kChanges) {
         std::vector<double> silent, sounding;
         for (int i = 0; i < kOnsets; ++i) {
@@ -169,8 +167,8 @@ static void MeasureChanges(const Board& board) {
             sounding.push_back(MillisecondsTo(board, change.sound, "heard"));
             Pause(2);
         }
-        PrintTimes((std::string(change.what) + ", silenced").c_str(), silent);
-        PrintTimes((std::string(change.what) + ", heard again").c_str(), sounding);
+        ReportTimes("sound changes", std::string(change.what) + ", silenced", silent);
+        ReportTimes("sound changes", std::string(change.what) + ", heard again", sounding);
     }
 }
 

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "board_run.h"
+#include "figures.h"
 #include "process_figures.h"
 #include "tcp_client.h"
 
@@ -78,9 +79,13 @@ static Costs Figures(const Board& board, int emulator, int page) {
     return {DaemonFigures(board), FiguresOf(emulator), FiguresOf(page)};
 }
 
-static void Print(const char* state, const Costs& before, const Costs& after) {
-    printf("%-14s %10.1f %10.1f %10.1f\n", state, CpuPercent(before.daemon, after.daemon),
-           CpuPercent(before.board, after.board), CpuPercent(before.page, after.page));
+static void Report(const std::string& state, const Costs& before, const Costs& after,
+                   const std::vector<FigureColumn>& viewed = {}) {
+    std::vector<FigureColumn> columns{{"daemon %", CpuPercent(before.daemon, after.daemon)},
+                                      {"board %", CpuPercent(before.board, after.board)},
+                                      {"page %", CpuPercent(before.page, after.page)}};
+    columns.insert(columns.end(), viewed.begin(), viewed.end());
+    ReportRow("bench page", state, columns);
 }
 
 // Of the process that holds the board's folder: the parent of its sandbox's first process.
@@ -104,17 +109,16 @@ int main(int count, char** arguments) {
     if (page == 0) return fprintf(stderr, "There is no page.\n"), 1;
     Pause(5);
 
-    printf("percent of a core\n%-14s %10s %10s %10s\n", "", "daemon", "board", "page");
     for (const double seconds : {kUsual, count > 1 ? strtod(arguments[1], nullptr) : kUsual}) {
         const Costs idle = Figures(board, emulator, page);
         Pause(kUsual);
         const Costs watched = Figures(board, emulator, page);
-        Print("no viewer", idle, watched);
+        Report("no viewer", idle, watched);
         const Viewed viewed = View(port, seconds);
-        Print("one viewer", watched, Figures(board, emulator, page));
-        printf("    %.0f s, %.1f pictures a second of %s pixels, %.0f kB each; events: %.1f kB a second\n", seconds,
-               viewed.pictures / seconds, kWidth, double(viewed.pictureBytes) / 1000 / viewed.pictures,
-               double(viewed.eventBytes) / 1000 / seconds);
+        Report("one viewer, " + std::to_string(int(seconds)) + " s", watched, Figures(board, emulator, page),
+               {{"pictures/s", viewed.pictures / seconds},
+                {"kB a picture", double(viewed.pictureBytes) / 1000 / viewed.pictures},
+                {"kB of events/s", double(viewed.eventBytes) / 1000 / seconds}});
     }
     return 0;
 }

@@ -163,11 +163,13 @@ static void MeasureLatency() {
     }
     close(telnet);
     close(echo);
-    const double yardstick = Quantile(times[0], 0.5);
-    printf("%-24s %8s %12s %12s %14s\n", "", "rounds", "median us", "p99 us", "median/echo");
+    const double yardstick = Median(times[0]);
     for (size_t i = 0; i < kQuestions.size(); ++i)
-        printf("%-24s %8zu %12.1f %12.1f %14.2f\n", kQuestions[i].title, times[i].size(), Quantile(times[i], 0.5),
-               Quantile(times[i], 0.99), Quantile(times[i], 0.5) / yardstick);
+        ReportRow("command latency", kQuestions[i].title,
+                  {{"rounds", double(times[i].size())},
+                   {"median µs", Median(times[i])},
+                   {"p99 µs", Quantile(times[i], 0.99)},
+                   {"median/echo", Median(times[i]) / yardstick}});
 }
 
 // Thirty at once, each asking again when it is answered: answers a second
@@ -199,8 +201,8 @@ static void MeasureCrowds() {
     const double echo = MeasureCrowd(kEcho, std::string(kEnd));
     const double commands = MeasureCrowd(kTelnet, "$POLL$");
     settle();
-    printf("\n%zu clients at once: %.0f commands a second; the echo server %.0f (%.2f of it)\n", kCrowd, commands, echo,
-           commands / echo);
+    ReportRow("thirty clients", "echo server", {{"answers/s", echo}, {"of the echo server's", 1}});
+    ReportRow("thirty clients", "$POLL$", {{"answers/s", commands}, {"of the echo server's", commands / echo}});
 }
 
 // The board

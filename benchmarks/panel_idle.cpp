@@ -19,6 +19,7 @@
 #include <sstream>
 
 #include "board_run.h"
+#include "figures.h"
 
 static constexpr double kMeasured = 30;  // s
 
@@ -169,10 +170,10 @@ static double SecondsOfChildren(int pid) {
     return (std::stod(fields[13]) + std::stod(fields[14])) / double(sysconf(_SC_CLK_TCK));
 }
 
-static void PrintSpent(const std::string& what, double seconds, double wakeUps) {
-    printf("  %-32s %10.2f %12.1f", what.c_str(), 1000 * seconds / kMeasured, wakeUps / kMeasured);
-    if (wakeUps > 0) printf(" %14.1f", 1e6 * seconds / wakeUps);
-    printf("\n");
+static void ReportSpent(const std::string& row, double seconds, double wakeUps) {
+    std::vector<FigureColumn> columns{{"ms/s", 1000 * seconds / kMeasured}, {"wake-ups/s", wakeUps / kMeasured}};
+    if (wakeUps > 0) columns.push_back({"µs per wake-up", 1e6 * seconds / wakeUps});
+    ReportRow("idle threads", row, columns);
 }
 
 static constexpr std::string_view kOwnThreads[] = {
@@ -183,25 +184,27 @@ static Spent Between(const Spent& before, const Spent& after) {
 }
 
 // What the daemon did not start itself belongs to the sound, which runs without a picture, too.
-static void PrintThreads(Threads before, const Threads& after) {
+static void ReportThreads(const std::string& form, Threads before, const Threads& after) {
     Spent sound;
     for (const auto& [thread, now] : after) {
         const Spent spent = Between(before[thread], now);
         if (std::ranges::find(kOwnThreads, spent.name) != std::end(kOwnThreads)) {
-            PrintSpent(spent.name, spent.seconds, spent.wakeUps);
+            ReportSpent(form + ": " + spent.name, spent.seconds, spent.wakeUps);
         } else {
             sound.seconds += spent.seconds;
             sound.wakeUps += spent.wakeUps;
         }
     }
-    PrintSpent("threads of the sound", sound.seconds, sound.wakeUps);
+    ReportSpent(form + ": threads of the sound", sound.seconds, sound.wakeUps);
 }
 
 // What a pass costs and how often it is made.
-static void PrintPasses(const char* what, const Form& form, const Spent& spent) {
+static void ReportPasses(const char* what, const Form& form, const Spent& spent) {
     const double passes = spent.writes / form.writes;
-    printf("  %-32s %10.1f %12.1f %14.1f\n", what, passes / kMeasured, spent.wakeUps / passes,
-           1e6 * spent.seconds / passes);
+    ReportRow("panel passes", std::string(form.name) + ": " + what,
+              {{"passes/s", passes / kMeasured},
+               {"wake-ups/pass", spent.wakeUps / passes},
+               {"µs/pass", 1e6 * spent.seconds / passes}});
 }
 
 static Spent LedThread(const Threads& before, const Threads& after) {
@@ -221,14 +224,10 @@ static bool Measure(const Form& form, const std::string& self) {
     const Threads before = ThreadsOf(pid), bareBefore = ThreadsOf(barePid);
     Pause(kMeasured);
     const Threads after = ThreadsOf(pid), bareAfter = ThreadsOf(barePid);
-    printf("%-34s %10s %12s %14s\n", form.name, "ms/s", "wake-ups/s", "us per wake-up");
-    PrintThreads(before, after);
-    PrintSpent("programs that it ran", SecondsOfChildren(pid) - children, 0);
-    printf("  %-32s %10s %12s %14s\n", "", "passes/s", "wake-ups/pass", "us per pass");
-    PrintPasses("led", form, LedThread(before, after));
-    PrintPasses("bare accesses", form, Between(bareBefore.at(barePid), bareAfter.at(barePid)));
-    printf("\n");
-    fflush(stdout);
+    ReportThreads(form.name, before, after);
+    ReportSpent(std::string(form.name) + ": programs that it ran", SecondsOfChildren(pid) - children, 0);
+    ReportPasses("led thread", form, LedThread(before, after));
+    ReportPasses("bare accesses", form, Between(bareBefore.at(barePid), bareAfter.at(barePid)));
     return true;
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "board_run.h"
+#include "figures.h"
 
 namespace fs = std::filesystem;
 
@@ -61,11 +62,12 @@ static void Measure(const Board& board, const char* title, const std::string& co
         fprintf(stderr, "%s: the camera was not moved\n%s", title, Output(board).c_str());
         return;
     }
-    std::ranges::sort(gaps);
-    const auto quantile = [&](double part) { return gaps[size_t(double(gaps.size() - 1) * part)]; };
-    printf("%-18s %8zu %10.2f %10.2f %10.2f %10.2f   %s\n", title, gaps.size(), gaps.front(), quantile(0.5),
-           quantile(0.99), gaps.back(), policy);
-    fflush(stdout);
+    ReportRow("camera steps", std::string(title) + ", " + policy,
+              {{"steps", double(gaps.size())},
+               {"min ms", Quantile(gaps, 0)},
+               {"median ms", Median(gaps)},
+               {"p99 ms", Quantile(gaps, 0.99)},
+               {"max ms", Quantile(gaps, 1)}});
 }
 
 int main() {
@@ -75,7 +77,6 @@ int main() {
         fprintf(stderr, "no picture:\n%s", Output(board).c_str());
         return 1;
     }
-    printf("%-18s %8s %10s %10s %10s %10s\n", "ms between steps", "steps", "min", "median", "p99", "max");
     Type(board, "<SS1>\n");
     Measure(board, "picture running", "<PAN 1 1>\n");
     Ctl(board, {"camera", "2", "unplug"});
