@@ -3,12 +3,11 @@
 # manager keeps its configuration, but the interface has no address.
 
 interface_file=/run/eth0.state
-mac=$(cat /opt/board/state/mac)
-service=ethernet_$(echo "$mac" | tr -d ':' | tr 'A-F' 'a-f')_cable
+read -r mac < /opt/board/state/mac
 
 method=dhcp address=192.168.0.57 netmask=255.255.255.0 gateway=192.168.0.1
 [ -r "$interface_file" ] && . "$interface_file"
-cable=$(cat /opt/board/state/lan)
+read -r cable < /opt/board/state/lan
 
 # Replaced whole, so that a tool that runs meanwhile reads the old or the new values.
 save_interface() {
@@ -27,6 +26,8 @@ is_address() {
 
 # broadcast ADDRESS NETMASK
 broadcast() {
-    set -- $(echo "$1.$2" | tr '.' ' ')
+    IFS=.
+    set -- $1 $2
+    unset IFS
     echo "$(($1 | (255 - $5))).$(($2 | (255 - $6))).$(($3 | (255 - $7))).$(($4 | (255 - $8)))"
 }
