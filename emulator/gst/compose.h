@@ -75,18 +75,25 @@ struct AxisSample {
 // Sample and pixel centres line up: the outermost half pixels repeat the edge.
 AxisSample SampleAt(const Axis& axis, int pixel);
 
-// Eight neighbouring pixels of a scaled row: the samples that make them lie within 16 bytes.
+// Sixteen neighbouring pixels of a scaled row, in two halves: the samples that make a half lie within 16 bytes. The two
+// weights of a pixel add up to 256, which alone would not fit: then both samples are the same.
+inline constexpr int kBlockPixels = 16;
 struct ColumnBlock {
-    alignas(16) std::array<uint8_t, 16> pairs;    // offsets from base: left and right sample of each pixel
-    alignas(16) std::array<uint16_t, 8> weights;  // of the right sample, 0 to 255
-    int base;
+    alignas(32) std::array<uint8_t, 32> pairs;    // offsets from the half's base: left and right sample of each pixel
+    alignas(32) std::array<uint8_t, 32> weights;  // of the left and the right sample, 1 to 255
+    std::array<int, 2> bases;
 };
+
+// When a plane's rows get their width on the canvas: before two of them are mixed, where a row serves several canvas
+// rows, else after that.
+enum class Across : uint8_t { kNever, kFirst, kLast };
 
 struct PlaneScale {
     int halvingsX, halvingsY;  // averaged away before interpolation, which alone would skip samples
     Axis vertical;
-    std::vector<ColumnBlock> columns;  // empty: sample for pixel
-    int offset, width;                 // without columns: the first sample and how many
+    Across across;
+    std::vector<ColumnBlock> columns;  // unless never: the samples fit the pixels
+    int offset, width;                 // of rows as they are mixed: the first sample and how many
 };
 
 struct Layer {

@@ -52,19 +52,27 @@ AxisSample SampleAt(const Axis& axis, int pixel) {
     return {left, std::min(left + 1, axis.level - 1), static_cast<int>(inside >> 24 & 255)};
 }
 
-static ColumnBlock MakeColumnBlock(const Axis& axis, int firstPixel) {
+static void FillHalf(const Axis& axis, int firstPixel, size_t half, ColumnBlock& block) {
     std::array<AxisSample, 8> samples;
     int base = std::max(axis.level - 16, 0);
     for (int i = 0; i < 8; ++i) {
         samples[i] = SampleAt(axis, std::min(firstPixel + i, axis.size - 1));
         base = std::min(base, samples[i].left);
     }
-    ColumnBlock block{.pairs = {}, .weights = {}, .base = base};
-    for (int i = 0; i < 8; ++i) {
-        block.pairs[2 * i] = static_cast<uint8_t>(samples[i].left - base);
-        block.pairs[2 * i + 1] = static_cast<uint8_t>(samples[i].right - base);
-        block.weights[i] = static_cast<uint16_t>(samples[i].weight);
+    block.bases[half] = base;
+    for (size_t i = 0; i < 8; ++i) {
+        const auto& [left, right, weight] = samples[i];
+        const size_t at = half * 16 + i * 2;
+        block.pairs[at] = static_cast<uint8_t>(left - base);
+        block.pairs[at + 1] = static_cast<uint8_t>((weight ? right : left) - base);
+        block.weights[at] = static_cast<uint8_t>(weight ? 256 - weight : 255);
+        block.weights[at + 1] = static_cast<uint8_t>(weight ? weight : 1);
     }
+}
+
+static ColumnBlock MakeColumnBlock(const Axis& axis, int firstPixel) {
+    ColumnBlock block;
+    for (int half = 0; half < 2; ++half) FillHalf(axis, firstPixel + 8 * half, static_cast<size_t>(half), block);
     return block;
 }
 
@@ -82,24 +90,29 @@ static void LeaveOutSamples(VideoPlane& plane, const Rectangle& area) {
 static PlaneScale MakeScale(const VideoPlane& plane, const Layer& layer, bool mirror, bool flip) {
     const int halvingsX = Halvings(plane.width, layer.area.width);
     const int halvingsY = Halvings(plane.height, layer.area.height);
+    const int offset = layer.visible.left - layer.area.left, width = layer.visible.width;
     PlaneScale scale{.halvingsX = halvingsX,
                      .halvingsY = halvingsY,
                      .vertical = MakeAxis(plane.height, halvingsY, layer.area.height, flip),
+                     .across = Across::kNever,
                      .columns = {},
-                     .offset = layer.visible.left - layer.area.left,
-                     .width = layer.visible.width};
+                     .offset = offset,
+                     .width = width};
     if (plane.width == layer.area.width && !mirror) return scale;
     const Axis axis = MakeAxis(plane.width, halvingsX, layer.area.width, mirror);
-    scale.columns.reserve(static_cast<size_t>(scale.width + 7) / 8);
-    for (int x = 0; x < scale.width; x += 8) scale.columns.push_back(MakeColumnBlock(axis, scale.offset + x));
+    scale.across = scale.vertical.level < scale.vertical.size ? Across::kFirst : Across::kLast;
+    scale.offset = 0;
+    scale.width = scale.across == Across::kFirst ? width : axis.level;
+    scale.columns.reserve(static_cast<size_t>(width + kBlockPixels - 1) / kBlockPixels);
+    for (int x = 0; x < width; x += kBlockPixels) scale.columns.push_back(MakeColumnBlock(axis, offset + x));
     return scale;
 }
 
 static bool MayStayHalf(const Layer& layer) {
     const PlaneScale& luma = layer.scales[0];
     const VideoPlane& chroma = layer.picture.planes[1];
-    return layer.picture.colours != Colours::kRgb && chroma.samples && luma.columns.empty() && luma.offset % 2 == 0 &&
-           chroma.width == (layer.area.width + 1) / 2;
+    return layer.picture.colours != Colours::kRgb && chroma.samples && luma.across == Across::kNever &&
+           luma.offset % 2 == 0 && chroma.width == (layer.area.width + 1) / 2;
 }
 
 // Turns by a quarter need whole columns: these pictures are copied, others are read in place.
@@ -141,9 +154,9 @@ static Layer MakeLayer(const VideoWindow& window, const Rectangle& visible) {
     if (!layer.picture.planes[1].samples) return layer;
     PlaneScale& chroma = layer.scales[1] = MakeScale(layer.picture.planes[1], layer, mirror, flip);
     if (layer.halfChroma) {
-        chroma.columns.clear();
-        chroma.offset /= 2;
-        chroma.width = (chroma.width + 1) / 2;
+        chroma.across = Across::kNever;
+        chroma.offset = layer.scales[0].offset / 2;
+        chroma.width = (layer.scales[0].width + 1) / 2;
     }
     return layer;
 }

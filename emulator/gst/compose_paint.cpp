@@ -6,6 +6,10 @@
 #include <algorithm>
 #include <cstring>
 
+#ifdef __x86_64__
+#include <immintrin.h>
+#endif
+
 namespace {
 
 constexpr size_t kRowBytes = kPictureLimit + 64;
@@ -14,7 +18,7 @@ constexpr size_t kHalvedRows = 1 << kHalvingsLimit;
 // Working rows of one band. About 120 KiB, of which a picture of usual size touches the part that fits the cache.
 struct Scratch {
     alignas(64) uint8_t scaled[3][2][kRowBytes];  // of each plane, the two rows that a canvas row lies between
-    alignas(64) uint8_t mixed[3][kRowBytes];
+    alignas(64) uint8_t made[3][kRowBytes];
     alignas(64) uint8_t fetched[kRowBytes];
     alignas(64) uint8_t gathered[kHalvedRows][kRowBytes];
     alignas(64) uint8_t blended[kCanvasWidthLimit * 4];
@@ -56,25 +60,24 @@ static const libyuv::YuvConstants& Matrix(Colours colours) {
 
 // --- one row of a plane, from its picture to its width on the canvas ---
 
-// Plain vector types: the compiler finds the byte shuffle of each processor.
+// Plain vector types: the compiler finds the instructions of each processor.
 using Bytes8 [[gnu::vector_size(8)]] = uint8_t;
 using Bytes16 [[gnu::vector_size(16)]] = uint8_t;
 using Words8 [[gnu::vector_size(16)]] = uint16_t;
 
-[[gnu::always_inline]] static inline void ScaleColumnsWith(const uint8_t* row, std::span<const ColumnBlock> columns,
-                                                           uint8_t* to) {
-    for (const ColumnBlock& block : columns) {
-        Bytes16 samples, pairs;
-        Words8 weights;
-        std::memcpy(&samples, row + block.base, sizeof samples);
-        std::memcpy(&pairs, block.pairs.data(), sizeof pairs);
-        std::memcpy(&weights, block.weights.data(), sizeof weights);
-        const Words8 both = reinterpret_cast<Words8>(__builtin_shuffle(samples, pairs));
-        const Words8 left = both & 0xff, right = both >> 8;
-        const Bytes8 pixels = __builtin_convertvector((left * (256 - weights) + right * weights + 128) >> 8, Bytes8);
-        std::memcpy(to, &pixels, sizeof pixels);
-        to += sizeof pixels;
-    }
+static void ScaleColumnsPlain(const uint8_t* row, std::span<const ColumnBlock> columns, uint8_t* to) {
+    for (const ColumnBlock& block : columns)
+        for (size_t half = 0; half < 2; ++half, to += 8) {
+            Bytes16 samples, pairs, weights;
+            std::memcpy(&samples, row + block.bases[half], sizeof samples);
+            std::memcpy(&pairs, &block.pairs[half * 16], sizeof pairs);
+            std::memcpy(&weights, &block.weights[half * 16], sizeof weights);
+            const Words8 both = reinterpret_cast<Words8>(__builtin_shuffle(samples, pairs));
+            const Words8 parts = reinterpret_cast<Words8>(weights);
+            const Words8 sums = (both & 0xff) * (parts & 0xff) + (both >> 8) * (parts >> 8) + 128;
+            const Bytes8 pixels = __builtin_convertvector(sums >> 8, Bytes8);
+            std::memcpy(to, &pixels, sizeof pixels);
+        }
 }
 
 template <int kStep>
@@ -99,10 +102,29 @@ template <int kStep>
 }
 
 #ifdef __x86_64__
+// The pairs of a block, weighted and added by one instruction, which takes samples as signed: they are moved by 128.
+[[gnu::target("avx2")]] static inline __m256i ScaleBlockAvx2(const uint8_t* row, const ColumnBlock& block) {
+    const auto load = [&](size_t half) {
+        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + block.bases[half]));
+    };
+    const __m256i samples = _mm256_inserti128_si256(_mm256_castsi128_si256(load(0)), load(1), 1);
+    const __m256i pairs = _mm256_shuffle_epi8(samples, *reinterpret_cast<const __m256i*>(block.pairs.data()));
+    const __m256i moved = _mm256_xor_si256(pairs, _mm256_set1_epi8(-128));
+    const __m256i sums = _mm256_maddubs_epi16(*reinterpret_cast<const __m256i*>(block.weights.data()), moved);
+    return _mm256_srai_epi16(_mm256_add_epi16(sums, _mm256_set1_epi16(128)), 8);
+}
+
 [[gnu::target("avx2")]] static void ScaleColumnsAvx2(const uint8_t* row, std::span<const ColumnBlock> columns,
                                                      uint8_t* to) {
-    ScaleColumnsWith(row, columns, to);
+    for (const ColumnBlock& block : columns) {
+        const __m256i words = ScaleBlockAvx2(row, block);
+        const __m256i moved = _mm256_permute4x64_epi64(_mm256_packs_epi16(words, words), 0b1000);
+        const __m128i pixels = _mm_xor_si128(_mm256_castsi256_si128(moved), _mm_set1_epi8(-128));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to), pixels);
+        to += kBlockPixels;
+    }
 }
+
 [[gnu::target("avx2")]] static void GatherAvx2(const uint8_t* from, int step, int count, uint8_t* to) {
     GatherWith(from, step, count, to);
 }
@@ -114,7 +136,7 @@ static void GatherAvx2(const uint8_t*, int, int, uint8_t*) {}
 #endif
 
 static void ScaleColumns(const uint8_t* row, std::span<const ColumnBlock> columns, uint8_t* to) {
-    kHasAvx2 ? ScaleColumnsAvx2(row, columns, to) : ScaleColumnsWith(row, columns, to);
+    kHasAvx2 ? ScaleColumnsAvx2(row, columns, to) : ScaleColumnsPlain(row, columns, to);
 }
 
 static void Gather(const uint8_t* from, int step, int count, uint8_t* to) {
@@ -139,22 +161,26 @@ static const uint8_t* FetchRow(const VideoPlane& plane, const PlaneScale& scale,
         stride = kRowBytes;
     }
     const int width = plane.width >> scale.halvingsX;
-    libyuv::ScalePlane(source, stride, width << scale.halvingsX, rows, into, width, width, 1, libyuv::kFilterBox);
+    // What the library has no short way for.
+    if (scale.halvingsX == 0 && rows == 2)
+        libyuv::InterpolatePlane(source, stride, source + stride, stride, into, width, width, 1, 128);
+    else
+        libyuv::ScalePlane(source, stride, width << scale.halvingsX, rows, into, width, width, 1, libyuv::kFilterBox);
     return into;
 }
 
-static const uint8_t* RowAcross(const Layer& layer, size_t plane, int row, RowCache& cache, Scratch& scratch) {
+static const uint8_t* RowToMix(const Layer& layer, size_t plane, int row, RowCache& cache, Scratch& scratch) {
     ScaledRow& entry = cache[plane][row & 1];
     if (entry.row == row) return entry.samples;
-    const VideoPlane& source = layer.picture.planes[plane];
     const PlaneScale& scale = layer.scales[plane != 0];
     uint8_t* const made = scratch.scaled[plane][row & 1];
+    const VideoPlane& source = layer.picture.planes[plane];
     entry.row = row;
-    if (scale.columns.empty()) {
-        entry.samples = FetchRow(source, scale, row, made, scratch) + scale.offset;
-    } else {
+    if (scale.across == Across::kFirst) {
         ScaleColumns(FetchRow(source, scale, row, scratch.fetched, scratch), scale.columns, made);
         entry.samples = made;
+    } else {
+        entry.samples = FetchRow(source, scale, row, made, scratch) + scale.offset;
     }
     return entry.samples;
 }
@@ -163,11 +189,17 @@ static const uint8_t* RowAt(const Layer& layer, size_t plane, int y, RowCache& c
     if (!layer.picture.planes[plane].samples) return kNeutral.data();
     const PlaneScale& scale = layer.scales[plane != 0];
     const AxisSample sample = SampleAt(scale.vertical, y);
-    const uint8_t* upper = RowAcross(layer, plane, sample.left, cache, scratch);
-    if (sample.weight == 0) return upper;
-    const uint8_t* lower = RowAcross(layer, plane, sample.right, cache, scratch);
-    libyuv::InterpolatePlane(upper, 0, lower, 0, scratch.mixed[plane], 0, scale.width, 1, sample.weight);
-    return scratch.mixed[plane];
+    const uint8_t* row = RowToMix(layer, plane, sample.left, cache, scratch);
+    uint8_t* const made = scratch.made[plane];
+    if (sample.weight != 0) {
+        const uint8_t* const lower = RowToMix(layer, plane, sample.right, cache, scratch);
+        uint8_t* const mixed = scale.across == Across::kLast ? scratch.fetched : made;
+        libyuv::InterpolatePlane(row, 0, lower, 0, mixed, 0, scale.width, 1, sample.weight);
+        row = mixed;
+    }
+    if (scale.across != Across::kLast) return row;
+    ScaleColumns(row, scale.columns, made);
+    return made;
 }
 
 // --- canvas rows ---
