@@ -204,14 +204,15 @@ static const uint8_t* RowAt(const Layer& layer, size_t plane, int y, RowCache& c
 
 // --- canvas rows ---
 
-static void MergeRow(const Layer& layer, const std::array<const uint8_t*, 3>& rows, uint8_t* to) {
-    const int width = layer.visible.width;
+static void MergeRow(const Layer& layer, const std::array<const uint8_t*, 3>& rows, int left, int width, uint8_t* to) {
+    const int chromaLeft = layer.halfChroma ? left / 2 : left;
+    const uint8_t *const a = rows[0] + left, *const b = rows[1] + chromaLeft, *const c = rows[2] + chromaLeft;
     if (layer.picture.colours == Colours::kRgb)
-        libyuv::MergeARGBPlane(rows[0], 0, rows[1], 0, rows[2], 0, nullptr, 0, to, 0, width, 1);
+        libyuv::MergeARGBPlane(a, 0, b, 0, c, 0, nullptr, 0, to, 0, width, 1);
     else if (layer.halfChroma)
-        libyuv::I422ToARGBMatrix(rows[0], 0, rows[1], 0, rows[2], 0, to, 0, &Matrix(layer.picture.colours), width, 1);
+        libyuv::I422ToARGBMatrix(a, 0, b, 0, c, 0, to, 0, &Matrix(layer.picture.colours), width, 1);
     else
-        libyuv::I444ToARGBMatrix(rows[0], 0, rows[1], 0, rows[2], 0, to, 0, &Matrix(layer.picture.colours), width, 1);
+        libyuv::I444ToARGBMatrix(a, 0, b, 0, c, 0, to, 0, &Matrix(layer.picture.colours), width, 1);
 }
 
 static void BlendRow(const uint8_t* over, int alpha, size_t bytes, uint8_t* under) {
@@ -219,27 +220,9 @@ static void BlendRow(const uint8_t* over, int alpha, size_t bytes, uint8_t* unde
         under[i] = static_cast<uint8_t>((over[i] * alpha + under[i] * (kOpaque - alpha) + kOpaque / 2) / kOpaque);
 }
 
-static void PaintLayer(const Layer& layer, const Canvas& canvas, int top, int bottom, Scratch& scratch) {
-    RowCache cache;
-    const Rectangle& visible = layer.visible;
-    const int end = std::min(bottom, visible.top + visible.height);
-    for (int y = std::max(top, visible.top); y < end; ++y) {
-        std::array<const uint8_t*, 3> rows;
-        for (size_t plane = 0; plane < rows.size(); ++plane)
-            rows[plane] = RowAt(layer, plane, y - layer.area.top, cache, scratch);
-        uint8_t* const pixels = canvas.pixels + y * canvas.stride + visible.left * 4;
-        if (layer.alpha >= kOpaque) {
-            MergeRow(layer, rows, pixels);
-        } else {
-            MergeRow(layer, rows, scratch.blended);
-            BlendRow(scratch.blended, layer.alpha, static_cast<size_t>(visible.width) * 4, pixels);
-        }
-    }
-}
-
-// From x to the end of what is alike there: under opaque windows (true) or not.
-static bool CoveredRun(const Scene& scene, int x, int y, int& end) {
-    for (const Layer& layer : scene) {
+// From x to the end of what is alike there: under opaque layers (true) or not.
+static bool CoveredRun(std::span<const Layer> above, int x, int y, int& end) {
+    for (const Layer& layer : above) {
         const Rectangle& visible = layer.visible;
         if (layer.alpha < kOpaque || y < visible.top || y >= visible.top + visible.height) continue;
         if (visible.left > x) {
@@ -252,16 +235,46 @@ static bool CoveredRun(const Scene& scene, int x, int y, int& end) {
     return false;
 }
 
-static void ClearUncovered(const Scene& scene, const Canvas& canvas, int y) {
-    for (int x = 0, end; x < canvas.width; x = end) {
-        end = canvas.width;
-        if (!CoveredRun(scene, x, y, end))
-            std::memset(canvas.pixels + y * canvas.stride + x * 4, 0, static_cast<size_t>(end - x) * 4);
+// Calls paint(left, right) for each part of the row that no opaque layer covers.
+static void ForUncovered(std::span<const Layer> above, int left, int right, int y, auto paint) {
+    for (int x = left, end; x < right; x = end) {
+        end = right;
+        if (!CoveredRun(above, x, y, end)) paint(x, end);
     }
+}
+
+static void PaintLayer(const Layer& layer, std::span<const Layer> above, const Canvas& canvas, int top, int bottom,
+                       Scratch& scratch) {
+    RowCache cache;
+    const Rectangle& visible = layer.visible;
+    const int end = std::min(bottom, visible.top + visible.height);
+    for (int y = std::max(top, visible.top); y < end; ++y) {
+        std::array<const uint8_t*, 3> rows;
+        for (size_t plane = 0; plane < rows.size(); ++plane)
+            rows[plane] = RowAt(layer, plane, y - layer.area.top, cache, scratch);
+        ForUncovered(above, visible.left, visible.left + visible.width, y, [&](int x, int right) {
+            const int left = (x - visible.left) & ~1, width = right - visible.left - left;  // chroma comes in pairs
+            uint8_t* const pixels = canvas.pixels + y * canvas.stride + (visible.left + left) * 4;
+            if (layer.alpha >= kOpaque) {
+                MergeRow(layer, rows, left, width, pixels);
+            } else {
+                MergeRow(layer, rows, left, width, scratch.blended);
+                BlendRow(scratch.blended, layer.alpha, static_cast<size_t>(width) * 4, pixels);
+            }
+        });
+    }
+}
+
+static void ClearUncovered(const Scene& scene, const Canvas& canvas, int y) {
+    uint8_t* const row = canvas.pixels + y * canvas.stride;
+    ForUncovered(scene, 0, canvas.width, y,
+                 [&](int left, int right) { std::memset(row + left * 4, 0, static_cast<size_t>(right - left) * 4); });
 }
 
 void PaintBand(const Scene& scene, const Canvas& canvas, int top, int bottom) {
     Scratch scratch;
     for (int y = top; y < bottom; ++y) ClearUncovered(scene, canvas, y);
-    for (const Layer& layer : scene) PaintLayer(layer, canvas, top, bottom, scratch);
+    const std::span<const Layer> layers(scene);
+    for (size_t i = 0; i < layers.size(); ++i)
+        PaintLayer(layers[i], layers.subspan(i + 1), canvas, top, bottom, scratch);
 }

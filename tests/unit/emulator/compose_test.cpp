@@ -210,6 +210,27 @@ TEST(PaintBand, LeavesNothingOfTheFormerPictureAndMixesByAlpha) {
         for (int x = 0; x < 80; ++x) ExpectNear(screen.Rgb(x, y), expected(x, y), 0, x, y);
 }
 
+// What lies under opaque windows is not painted at all: beside them nothing may change, wherever they begin and end.
+TEST(PaintBand, PaintsAroundCoveredParts) {
+    const Shade slope = [](double u, double v) { return 20 + 100 * u + 100 * v; };
+    const OwnPicture below = DrawPicture(96, 50, {slope, slope, slope}, Colours::kBt709, 1, 0);
+    const OwnPicture above = DrawPicture(20, 20, {Flat(9), Flat(8), Flat(7)});
+    const VideoWindow windows[] = {{below.picture, {3, 0, 96, 50}, Turn::kNone, kOpaque},
+                                   {above.picture, {0, 5, 18, 20}, Turn::kNone, kOpaque},
+                                   {above.picture, {31, 15, 21, 20}, Turn::kNone, kOpaque},
+                                   {above.picture, {40, 20, 30, 10}, Turn::kNone, kOpaque}};
+    const Screen screen = Compose(windows, 100, 50), alone = Compose({windows, 1}, 100, 50);
+    const auto inside = [](const Rectangle& area, int x, int y) {
+        return x >= area.left && x < area.left + area.width && y >= area.top && y < area.top + area.height;
+    };
+    for (int y = 0; y < 50; ++y)
+        for (int x = 0; x < 100; ++x) {
+            const bool covered =
+                std::any_of(windows + 1, std::end(windows), [&](const auto& each) { return inside(each.area, x, y); });
+            ASSERT_EQ(screen.Rgb(x, y), covered ? (std::array{9, 8, 7}) : alone.Rgb(x, y)) << x << "," << y;
+        }
+}
+
 // Frame after frame, so that helpers come late, early and in the middle of the next one.
 TEST(PaintScene, ThreadsMakeTheSamePicture) {
     const OwnPicture large = Slopes(320, 180), small = Slopes(50, 40);
