@@ -29,12 +29,13 @@ REPORT, PLOTS = ROOT / "docs/performance.md", ROOT / "docs/performance"
 #   log     the bars' axis is logarithmic
 SECTIONS = [
     dict(table="layout switch", title="From a layout command to the picture",
-         text="From a layout command on telnet to the first frame of the new layout on the display, the way through "
-              "the board's network included. The supervision looks at the settings every 100 ms, so half of that is "
-              "waiting on the average; the rest is a frame, its composition, and the refresh that shows it. Each frame "
-              "that was displayed around a switch is judged at some thousand places, by the colours of the sources: it "
-              "must be the old layout or the new one, whole. That sees black, half-applied layouts and tears between "
-              "layouts; it does not see a tear between two frames of the same source.",
+         text="From a layout command on telnet, by the board's port on this machine, to the first frame of the new "
+              "layout in the display's memory; the refresh that would bring it to a screen comes up to 17 ms later. The "
+              "supervision looks at the settings every 100 ms, half of which is waiting on the average; then comes the "
+              "next frame of the display, which half a frame's time lies before on the average, and its composition. "
+              "Each frame that was displayed around a switch is judged at 9,216 places, by the colours of the sources: "
+              "it must be the old layout at all of them, or the new one. That sees black, half-applied layouts and "
+              "tears between layouts; it does not see a tear between two frames of the same source.",
          aims={"median ms": 70, "p99 ms": 140, "wrong frames": 0}),
     dict(table="start and recovery", title="Start and recovery",
          text="From the event to the first frame that shows its outcome, beside the sum of the waits that are "
