@@ -13,13 +13,11 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <map>
 #include <span>
-#include <sstream>
 
 #include "board_run.h"
 #include "figures.h"
+#include "thread_figures.h"
 
 static constexpr double kMeasured = 30;  // s
 
@@ -130,76 +128,28 @@ static const Form kForms[] = {
 
 // ---- Threads
 
-struct Spent {
-    std::string name;
-    double seconds = 0;  // on a processor
-    double wakeUps = 0;
-    double writes = 0;
-};
-using Threads = std::map<int, Spent>;
-
-static double NumberBehind(const std::string& path, const std::string& label) {
-    std::ifstream file(path);
-    for (std::string line; std::getline(file, line);)
-        if (line.starts_with(label)) return std::stod(line.substr(label.size()));
-    return 0;
-}
-
-static Threads ThreadsOf(int pid) {
-    Threads threads;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
-        Spent spent;
-        std::ifstream comm(task.path() / "comm"), times(task.path() / "schedstat");
-        double nanoseconds = 0;
-        if (!std::getline(comm, spent.name) || !(times >> nanoseconds)) continue;
-        spent.seconds = nanoseconds / 1e9;
-        spent.wakeUps = NumberBehind(task.path() / "status", "voluntary_ctxt_switches:");
-        spent.writes = NumberBehind(task.path() / "io", "syscw:");
-        threads[std::stoi(task.path().filename())] = spent;
-    }
-    return threads;
-}
-
-// Programs that have run to their end.
-static double SecondsOfChildren(int pid) {
-    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-    const std::string line{std::istreambuf_iterator<char>(file), {}};
-    std::istringstream rest(line.substr(std::min(line.size(), line.rfind(')') + 1)));
-    std::vector<std::string> fields{std::istream_iterator<std::string>(rest), {}};
-    fields.resize(std::max<size_t>(fields.size(), 15), "0");
-    return (std::stod(fields[13]) + std::stod(fields[14])) / double(sysconf(_SC_CLK_TCK));
-}
-
 static void ReportSpent(const std::string& row, double seconds, double wakeUps) {
     std::vector<FigureColumn> columns{{"ms/s", 1000 * seconds / kMeasured}, {"wake-ups/s", wakeUps / kMeasured}};
     if (wakeUps > 0) columns.push_back({"µs per wake-up", 1e6 * seconds / wakeUps});
     ReportRow("idle threads", row, columns);
 }
 
-static constexpr std::string_view kOwnThreads[] = {
-    "Tesselvisor", "led", "UART", "console", "LAN", "HTTP", "Gstreamer video", "Gstreamer audio"};
-
-static Spent Between(const Spent& before, const Spent& after) {
-    return {after.name, after.seconds - before.seconds, after.wakeUps - before.wakeUps, after.writes - before.writes};
-}
-
 // What the daemon did not start itself belongs to the sound, which runs without a picture, too.
-static void ReportThreads(const std::string& form, Threads before, const Threads& after) {
-    Spent sound;
-    for (const auto& [thread, now] : after) {
-        const Spent spent = Between(before[thread], now);
-        if (std::ranges::find(kOwnThreads, spent.name) != std::end(kOwnThreads)) {
-            ReportSpent(form + ": " + spent.name, spent.seconds, spent.wakeUps);
+static void ReportThreads(const std::string& form, const Threads& spent) {
+    ThreadFigures sound;
+    for (const auto& [number, thread] : spent) {
+        if (thread.own) {
+            ReportSpent(form + ": " + thread.name, thread.seconds, thread.wakeUps);
         } else {
-            sound.seconds += spent.seconds;
-            sound.wakeUps += spent.wakeUps;
+            sound.seconds += thread.seconds;
+            sound.wakeUps += thread.wakeUps;
         }
     }
     ReportSpent(form + ": threads of the sound", sound.seconds, sound.wakeUps);
 }
 
 // What a pass costs and how often it is made.
-static void ReportPasses(const char* what, const Form& form, const Spent& spent) {
+static void ReportPasses(const char* what, const Form& form, const ThreadFigures& spent) {
     const double passes = spent.writes / form.writes;
     ReportRow("panel passes", std::string(form.name) + ": " + what,
               {{"passes/s", passes / kMeasured},
@@ -207,9 +157,9 @@ static void ReportPasses(const char* what, const Form& form, const Spent& spent)
                {"µs/pass", 1e6 * spent.seconds / passes}});
 }
 
-static Spent LedThread(const Threads& before, const Threads& after) {
-    const auto led = std::ranges::find(after, "led", [](const auto& thread) { return thread.second.name; });
-    return led == after.end() ? Spent{} : Between(before.at(led->first), led->second);
+static ThreadFigures LedThread(const Threads& spent) {
+    const auto led = std::ranges::find(spent, "led", [](const auto& thread) { return thread.second.name; });
+    return led == spent.end() ? ThreadFigures{} : led->second;
 }
 
 static bool Measure(const Form& form, const std::string& self) {
@@ -223,11 +173,11 @@ static bool Measure(const Form& form, const std::string& self) {
     const double children = SecondsOfChildren(pid);
     const Threads before = ThreadsOf(pid), bareBefore = ThreadsOf(barePid);
     Pause(kMeasured);
-    const Threads after = ThreadsOf(pid), bareAfter = ThreadsOf(barePid);
-    ReportThreads(form.name, before, after);
+    const Threads spent = Between(before, ThreadsOf(pid)), bareSpent = Between(bareBefore, ThreadsOf(barePid));
+    ReportThreads(form.name, spent);
     ReportSpent(std::string(form.name) + ": programs that it ran", SecondsOfChildren(pid) - children, 0);
-    ReportPasses("led thread", form, LedThread(before, after));
-    ReportPasses("bare accesses", form, Between(bareBefore.at(barePid), bareAfter.at(barePid)));
+    ReportPasses("led thread", form, LedThread(spent));
+    ReportPasses("bare accesses", form, bareSpent.at(barePid));
     return true;
 }
 

@@ -22,6 +22,7 @@ static bool SyncIsLost() {
 // Cancelled only between two polls: a transfer that is cut off would leave its descriptor or a lock of the C library
 // behind.
 void* pollHdmiRxThread(void*) {
+    pthread_setname_np(pthread_self(), "HDMI sync");  // it would be listed under the name of the video thread
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     SyncIsLost();
     for (;;) {
