@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <limits>
 #include <string>
 
@@ -31,9 +31,12 @@ static std::atomic<int64_t> lastCommandTime{0};
 
 int64_t LastCommandTime() { return lastCommandTime; }
 
+// Asked a thousand times a second by the serial poll: the clock of the last tick is in memory, the exact one is a slow
+// register of the board.
 int64_t SecondsNow() {
-    using std::chrono::seconds, std::chrono::steady_clock;
-    return std::chrono::duration_cast<seconds>(steady_clock::now().time_since_epoch()).count();
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return now.tv_sec;
 }
 
 void NoteCommandTime() { lastCommandTime = SecondsNow(); }
