@@ -174,17 +174,10 @@ static int ParentOf(int process) {
     return 0;
 }
 
-static std::string NameOf(int process) {
-    std::string name;
-    std::ifstream file("/proc/" + std::to_string(process) + "/comm");
-    std::getline(file, name);
-    return name;
-}
-
 // The processes above the daemon that are the board: its answering loop and its sandbox's first process.
 static double EmulatorSeconds(int daemon) {
     double seconds = 0;
-    for (int process = ParentOf(daemon); NameOf(process).starts_with("tessel-emulato"); process = ParentOf(process))
+    for (int process = ParentOf(daemon); process > 1 && process != getpid(); process = ParentOf(process))
         seconds += FiguresOf(process).cpuSeconds;
     return seconds;
 }
