@@ -1,18 +1,22 @@
 // What the daemon costs by itself, without what streams picture and sound: processor time of every thread that it
-// started, on a board with the keypad's panel, a running picture and sound. Beside it a thread of this program that
-// sleeps for a millisecond again and again and does nothing else, at the same time: what the computer takes for it is
-// the least that a poll of every millisecond can cost. Then the daemon's memory: before any pipeline exists, and how it
-// grows while both run.
+// started, on a board with the keypad's panel, a running picture and sound. At the same time, on a second board, this
+// program in the daemon's place, with threads that make the accesses of the daemon's passes and nothing else: the least
+// that they can take on this computer, where every access of a device wakes its thread, because the emulator answers
+// it. Then the daemon's memory: before any pipeline exists, and how it grows while both run.
 //
 //     own_cost [MINUTES]        2 without an argument
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <thread>
 
+#include "bare_accesses.h"
 #include "board_run.h"
 #include "figures.h"
 #include "process_figures.h"
@@ -20,7 +24,7 @@
 
 static constexpr double kMinutes = 2, kMinute = 60, kSamplePause = 2.5;  // s
 static constexpr double kSettle = 20;                                    // s until the pools of both pipelines are full
-static const std::string kSleeper = "a sleep of 1 ms";
+static constexpr const char* kBare = "bare";                             // in the daemon's place
 
 static int DaemonOf(const Board& board) { return Status(board)["daemon"]["pid"]; }
 
@@ -85,57 +89,91 @@ static bool MeasureWithoutPipelines() {
 
 // ---- Threads
 
-static void SleepAgainAndAgain(const std::stop_token& ends) {
-    pthread_setname_np(pthread_self(), kSleeper.c_str());
-    while (!ends.stop_requested()) usleep(1'000);
+struct BareThread {
+    const char* name;  // the daemon's
+    void (*pass)(int port);
+};
+static constexpr BareThread kBareThreads[] = {
+    {.name = "led",
+     .pass =
+         [](int) {
+             IndicatorPass(83);
+             KeypadPass();
+         }},
+    {.name = "UART", .pass = SerialPass},
+    {.name = "Gstreamer video", .pass = CablePass},
+    {.name = "Gstreamer audio", .pass = CardsPass},
+    {.name = "HDMI sync", .pass = [](int) { SyncPass(); }},
+};
+
+static void RunBare() {
+    pthread_setname_np(pthread_self(), "Tesselvisor");
+    OpenBuses();
+    ExportLines();
+    const int port = open("/dev/ttymxc2", O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    std::vector<std::jthread> threads;
+    for (const BareThread& row : kBareThreads)
+        threads.emplace_back([&row, port] {
+            pthread_setname_np(pthread_self(), row.name);
+            for (;;) row.pass(port);
+        });
+    for (;;) usleep(100'000);
 }
 
-static void ReportThread(const std::string& row, const ThreadFigures& spent, double seconds) {
+static double SecondsOf(const Threads& threads, const std::string& name) {
+    const auto found = std::ranges::find_if(threads, [&name](const auto& row) { return row.second.name == name; });
+    return found == threads.end() ? 0 : found->second.seconds;
+}
+
+static void ReportThread(const std::string& row, const ThreadFigures& spent, double bareSeconds, double seconds) {
     ReportRow("own cost", row,
               {{"ms/s", 1000 * spent.seconds / seconds},
-               {"wake-ups/s", spent.wakeUps / seconds},
-               {"us/wake-up", spent.wakeUps > 0 ? 1e6 * spent.seconds / spent.wakeUps : 0}});
+               {"bare accesses ms/s", 1000 * bareSeconds / seconds},
+               {"times", bareSeconds > 0 ? spent.seconds / bareSeconds : 0},
+               {"wake-ups/s", spent.wakeUps / seconds}});
 }
 
-// In the order of their start.
-static void ReportThreads(const Threads& daemon, const Threads& self, double seconds) {
+// In the order of their start. What never ran is a thread that waits for a client.
+static void ReportThreads(const Threads& daemon, const Threads& bare, double seconds) {
     ThreadFigures total;
+    double bareTotal = 0;
     for (const auto& [number, thread] : daemon) {
         if (!thread.own) continue;
-        ReportThread(thread.name, thread, seconds);
+        const double least = SecondsOf(bare, thread.name);
+        ReportThread(thread.name, thread, least, seconds);
         total.seconds += thread.seconds;
         total.wakeUps += thread.wakeUps;
+        bareTotal += least;
     }
-    ReportThread("total", total, seconds);
-    for (const auto& [number, thread] : self)
-        if (thread.name == kSleeper) ReportThread(kSleeper + ", again and again", thread, seconds);
+    ReportThread("total", total, bareTotal, seconds);
 }
 
-static bool MeasureAtWork(double minutes) {
-    const Board board = StartNewBoard({"--camera1", "hd-mjpeg"});
+static bool MeasureAtWork(const std::string& self, double minutes) {
+    const Words camera{"--camera1", "hd-mjpeg"};
+    const Board board = StartNewBoard(camera);
     if (!WaitForPicture(board) || !WaitForSound(board)) return false;
+    const Board bare = StartNewBoard({camera[0], camera[1], "--daemon", self, "--no-restart", "--", kBare});
     Pause(kSettle);
-    const int pid = DaemonOf(board);
-    const std::jthread sleeper(SleepAgainAndAgain);
-    Pause(0.1);
+    const int pid = DaemonOf(board), barePid = DaemonOf(bare);
     std::vector<Memory> samples;
-    const double start = FiguresOf(pid).wallSeconds;
-    const double children = SecondsOfChildren(pid);
-    const Threads before = ThreadsOf(pid), selfBefore = ThreadsOf(getpid());
+    const double start = FiguresOf(pid).wallSeconds, children = SecondsOfChildren(pid);
+    const Threads before = ThreadsOf(pid), bareBefore = ThreadsOf(barePid);
     for (double now = start; now < start + minutes * kMinute; now = FiguresOf(pid).wallSeconds) {
         samples.push_back(MemoryOf(pid, (now - start) / kMinute));
         Pause(kSamplePause);
     }
     const double seconds = FiguresOf(pid).wallSeconds - start;
-    ReportThreads(Between(before, ThreadsOf(pid)), Between(selfBefore, ThreadsOf(getpid())), seconds);
-    ReportThread("programs that it ran", {.name = {}, .seconds = SecondsOfChildren(pid) - children}, seconds);
+    ReportThreads(Between(before, ThreadsOf(pid)), Between(bareBefore, ThreadsOf(barePid)), seconds);
+    ReportThread("programs that it ran", {.name = {}, .seconds = SecondsOfChildren(pid) - children}, 0, seconds);
     ReportGrowth(samples);
     return true;
 }
 
 int main(int count, char** arguments) {
+    if (count > 1 && strcmp(arguments[1], kBare) == 0) RunBare();
     const double minutes = count > 1 ? strtod(arguments[1], nullptr) : kMinutes;
-    if (MeasureWithoutPipelines() && MeasureAtWork(minutes)) return 0;
+    const std::string self = std::filesystem::read_symlink("/proc/self/exe");
+    if (MeasureWithoutPipelines() && MeasureAtWork(self, minutes)) return 0;
     fprintf(stderr, "The board shows no picture or plays no sound.\n");
     return 1;
 }

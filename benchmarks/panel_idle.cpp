@@ -2,92 +2,19 @@
 // Processor time and wake-ups of every thread, beside a program on a second board at the same time that makes nothing
 // but the prescribed accesses of a pass and sleeps. A device access wakes the thread once here: the emulator answers
 // it.
-#include <fcntl.h>
-#include <linux/i2c-dev.h>
-#include <linux/i2c.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <span>
 
+#include "bare_accesses.h"
 #include "board_run.h"
 #include "figures.h"
 #include "thread_figures.h"
 
 static constexpr double kMeasured = 30;  // s
-
-// ---- The accesses of a pass and nothing else
-
-static void WriteFile(const std::string& path, std::string_view text) {
-    const int file = open(path.c_str(), O_WRONLY | O_CLOEXEC);
-    if (file < 0 || write(file, text.data(), text.size()) < 0) perror(path.c_str());
-    close(file);
-}
-
-static std::string LineFile(int line, const char* name) {
-    return "/sys/class/gpio/gpio" + std::to_string(line) + "/" + name;
-}
-
-static void Drive(int line) { WriteFile(LineFile(line, "value"), "1"); }
-
-static void Sense(int line) {
-    const int file = open(LineFile(line, "value").c_str(), O_RDONLY | O_CLOEXEC);
-    char level;
-    if (file < 0 || read(file, &level, 1) != 1) perror("value");
-    close(file);
-}
-
-static int buses[3];
-
-static void Transfer(int bus, std::span<i2c_msg> messages) {
-    i2c_rdwr_ioctl_data request{messages.data(), uint32_t(messages.size())};
-    if (ioctl(buses[bus], I2C_RDWR, &request) < 0) perror("transfer");
-}
-
-static void Put(uint8_t address, std::vector<uint8_t> bytes) {
-    std::array messages{i2c_msg{.addr = address, .flags = 0, .len = uint16_t(bytes.size()), .buf = bytes.data()}};
-    Transfer(2, messages);
-}
-
-static void Get(int bus, uint8_t address, uint8_t reg, uint16_t count) {
-    std::array<uint8_t, 25> bytes;
-    std::array messages{i2c_msg{.addr = address, .flags = 0, .len = 1, .buf = &reg},
-                        i2c_msg{.addr = address, .flags = I2C_M_RD, .len = count, .buf = bytes.data()}};
-    Transfer(bus, messages);
-}
-
-static void KeypadPass() {
-    Sense(87);
-    Get(2, 0x08, 0, 25);
-    Put(0x08, {0, 1, 0xAB, 0xCD, 0, 0, 0, 0, 0, 0, 0});
-    usleep(25'000);
-}
-
-static void ExpanderPass() {
-    Sense(87);
-    Get(2, 0x21, 1, 1);
-    Put(0x21, {2, 1});
-    Put(0x21, {0x40, 0, 0});
-    Get(2, 0x21, 6, 1);
-    usleep(25'000);
-}
-
-static void PlainPass() { usleep(1'000); }
-
-static void ButtonsPass() {
-    for (const int line : {154, 106, 103}) {
-        WriteFile(LineFile(line, "direction"), "in");
-        Sense(line);
-        WriteFile(LineFile(line, "direction"), "out");
-    }
-    for (const int line : {104, 154, 106, 103}) Drive(line);
-    usleep(1'000);
-}
 
 struct Form {
     const char* name;
@@ -113,15 +40,11 @@ static const Form kForms[] = {
 };
 
 [[noreturn]] static void MakePasses(const Form& form) {
-    for (const int bus : {1, 2}) buses[bus] = open(("/dev/i2c-" + std::to_string(bus)).c_str(), O_RDWR | O_CLOEXEC);
-    for (const int line : {7, 8, 9, 83, 105, 126, 87, 103, 106, 154, 104}) {
-        WriteFile("/sys/class/gpio/export", std::to_string(line));
-        WriteFile(LineFile(line, "direction"), line == 87 ? "in" : "out");
-    }
-    if (form.pass == ExpanderPass) Put(0x21, {6, 0});
+    OpenBuses();
+    ExportLines();
+    if (form.pass == ExpanderPass) Put(2, 0x21, {6, 0});
     for (;;) {
-        for (const int line : {7, 8, 9, form.hdmi0Indicator, 126}) Drive(line);
-        for (int port = 0; port < 2; ++port) Get(1, 0x4C, 0x6A, 1);
+        IndicatorPass(form.hdmi0Indicator);
         form.pass();
     }
 }
