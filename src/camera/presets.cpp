@@ -74,7 +74,7 @@ static void QueryUnit(int device, const PresetControl& control, uint8_t request,
 static int WritePreset(int device, const PresetControl& control, int32_t preset) {
     std::array<uint8_t, 2> size{};
     QueryUnit(device, control, UVC_GET_LEN, size);
-    const unsigned length = size[0] | size[1] << 8u;
+    const unsigned length = size[0] | unsigned{size[1]} << 8;
     if (length != control.length) {
         LogInfo("some thing is wrong, len=%u\n", length);
         return 1;

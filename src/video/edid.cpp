@@ -11,7 +11,7 @@ static constexpr uint8_t kHasPreferredTiming = 0x02;
 bool HasEdidHeader(EdidBytes edid) { return std::ranges::equal(edid.first<sizeof kHeader>(), kHeader); }
 
 std::array<char, 3> EdidVendor(EdidBytes edid) {
-    const unsigned packed = edid[kVendor] << 8 | edid[kVendor + 1];  // three letters of five bits, 1 is 'A'
+    const unsigned packed = unsigned{edid[kVendor]} << 8 | edid[kVendor + 1];  // three letters of five bits, 1 is 'A'
     const auto letter = [packed](unsigned shift) { return static_cast<char>(((packed >> shift) & 0x1F) + 0x40); };
     return {letter(10), letter(5), letter(0)};
 }
