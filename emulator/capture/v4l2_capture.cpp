@@ -70,7 +70,7 @@ static int SetPriority(const CaptureCall& call, uint32_t& priority) {
 
 // ---- The table
 
-struct IoctlRow {
+struct CaptureIoctl {
     uint32_t request;
     int (*run)(const CaptureCall& call, void* argument);
     bool changes = false;        // refused while a file of higher priority is open
@@ -86,41 +86,41 @@ struct HandlerOf<Handler> {
 };
 
 static constexpr std::array kIoctls = {
-    IoctlRow{.request = VIDIOC_QUERYCAP, .run = HandlerOf<QueryCapability>::Run},
-    IoctlRow{.request = VIDIOC_ENUMINPUT, .run = HandlerOf<EnumInput>::Run},
-    IoctlRow{.request = VIDIOC_G_INPUT, .run = HandlerOf<GetInput>::Run},
-    IoctlRow{.request = VIDIOC_S_INPUT, .run = HandlerOf<SetInput>::Run, .changes = true},
-    IoctlRow{.request = VIDIOC_G_PRIORITY, .run = HandlerOf<GetPriority>::Run},
-    IoctlRow{.request = VIDIOC_S_PRIORITY, .run = HandlerOf<SetPriority>::Run, .changes = true},
-    IoctlRow{.request = VIDIOC_ENUM_FMT, .run = HandlerOf<EnumFormat>::Run},
-    IoctlRow{.request = VIDIOC_ENUM_FRAMESIZES, .run = HandlerOf<EnumFrameSizes>::Run},
-    IoctlRow{.request = VIDIOC_ENUM_FRAMEINTERVALS, .run = HandlerOf<EnumFrameIntervals>::Run},
-    IoctlRow{.request = VIDIOC_G_FMT, .run = HandlerOf<GetFormat>::Run},
-    IoctlRow{.request = VIDIOC_TRY_FMT, .run = HandlerOf<TryFormat>::Run},
-    IoctlRow{.request = VIDIOC_S_FMT, .run = HandlerOf<SetFormat>::Run, .changes = true},
-    IoctlRow{.request = VIDIOC_G_PARM, .run = HandlerOf<GetParameters>::Run},
-    IoctlRow{.request = VIDIOC_S_PARM, .run = HandlerOf<SetParameters>::Run, .changes = true},
-    IoctlRow{.request = VIDIOC_QUERYCTRL, .run = HandlerOf<QueryControl>::Run},
-    IoctlRow{.request = VIDIOC_QUERY_EXT_CTRL, .run = HandlerOf<QueryExtendedControl>::Run},
-    IoctlRow{.request = VIDIOC_QUERYMENU, .run = HandlerOf<QueryMenu>::Run},
-    IoctlRow{.request = VIDIOC_G_CTRL, .run = HandlerOf<GetControl>::Run},
-    IoctlRow{.request = VIDIOC_S_CTRL, .run = HandlerOf<SetControl>::Run, .changes = true},
-    IoctlRow{.request = VIDIOC_G_EXT_CTRLS, .run = HandlerOf<GetExtendedControls>::Run, .answersErrors = true},
-    IoctlRow{.request = VIDIOC_TRY_EXT_CTRLS, .run = HandlerOf<TryExtendedControls>::Run, .answersErrors = true},
-    IoctlRow{.request = VIDIOC_S_EXT_CTRLS,
-             .run = HandlerOf<SetExtendedControls>::Run,
-             .changes = true,
-             .answersErrors = true},
-    IoctlRow{.request = VIDIOC_REQBUFS, .run = HandlerOf<RequestBuffers>::Run, .changes = true},
-    IoctlRow{.request = VIDIOC_QUERYBUF, .run = HandlerOf<QueryBuffer>::Run},
-    IoctlRow{.request = VIDIOC_QBUF, .run = HandlerOf<QueueBuffer>::Run},
-    IoctlRow{.request = VIDIOC_DQBUF, .run = HandlerOf<DequeueBuffer>::Run},
-    IoctlRow{.request = VIDIOC_STREAMON, .run = HandlerOf<StreamOn>::Run, .changes = true},
-    IoctlRow{.request = VIDIOC_STREAMOFF, .run = HandlerOf<StreamOff>::Run, .changes = true},
-    IoctlRow{.request = UVCIOC_CTRL_QUERY, .run = HandlerOf<QueryExtensionUnit>::Run},
+    CaptureIoctl{.request = VIDIOC_QUERYCAP, .run = HandlerOf<QueryCapability>::Run},
+    CaptureIoctl{.request = VIDIOC_ENUMINPUT, .run = HandlerOf<EnumInput>::Run},
+    CaptureIoctl{.request = VIDIOC_G_INPUT, .run = HandlerOf<GetInput>::Run},
+    CaptureIoctl{.request = VIDIOC_S_INPUT, .run = HandlerOf<SetInput>::Run, .changes = true},
+    CaptureIoctl{.request = VIDIOC_G_PRIORITY, .run = HandlerOf<GetPriority>::Run},
+    CaptureIoctl{.request = VIDIOC_S_PRIORITY, .run = HandlerOf<SetPriority>::Run, .changes = true},
+    CaptureIoctl{.request = VIDIOC_ENUM_FMT, .run = HandlerOf<EnumFormat>::Run},
+    CaptureIoctl{.request = VIDIOC_ENUM_FRAMESIZES, .run = HandlerOf<EnumFrameSizes>::Run},
+    CaptureIoctl{.request = VIDIOC_ENUM_FRAMEINTERVALS, .run = HandlerOf<EnumFrameIntervals>::Run},
+    CaptureIoctl{.request = VIDIOC_G_FMT, .run = HandlerOf<GetFormat>::Run},
+    CaptureIoctl{.request = VIDIOC_TRY_FMT, .run = HandlerOf<TryFormat>::Run},
+    CaptureIoctl{.request = VIDIOC_S_FMT, .run = HandlerOf<SetFormat>::Run, .changes = true},
+    CaptureIoctl{.request = VIDIOC_G_PARM, .run = HandlerOf<GetParameters>::Run},
+    CaptureIoctl{.request = VIDIOC_S_PARM, .run = HandlerOf<SetParameters>::Run, .changes = true},
+    CaptureIoctl{.request = VIDIOC_QUERYCTRL, .run = HandlerOf<QueryControl>::Run},
+    CaptureIoctl{.request = VIDIOC_QUERY_EXT_CTRL, .run = HandlerOf<QueryExtendedControl>::Run},
+    CaptureIoctl{.request = VIDIOC_QUERYMENU, .run = HandlerOf<QueryMenu>::Run},
+    CaptureIoctl{.request = VIDIOC_G_CTRL, .run = HandlerOf<GetControl>::Run},
+    CaptureIoctl{.request = VIDIOC_S_CTRL, .run = HandlerOf<SetControl>::Run, .changes = true},
+    CaptureIoctl{.request = VIDIOC_G_EXT_CTRLS, .run = HandlerOf<GetExtendedControls>::Run, .answersErrors = true},
+    CaptureIoctl{.request = VIDIOC_TRY_EXT_CTRLS, .run = HandlerOf<TryExtendedControls>::Run, .answersErrors = true},
+    CaptureIoctl{.request = VIDIOC_S_EXT_CTRLS,
+                 .run = HandlerOf<SetExtendedControls>::Run,
+                 .changes = true,
+                 .answersErrors = true},
+    CaptureIoctl{.request = VIDIOC_REQBUFS, .run = HandlerOf<RequestBuffers>::Run, .changes = true},
+    CaptureIoctl{.request = VIDIOC_QUERYBUF, .run = HandlerOf<QueryBuffer>::Run},
+    CaptureIoctl{.request = VIDIOC_QBUF, .run = HandlerOf<QueueBuffer>::Run},
+    CaptureIoctl{.request = VIDIOC_DQBUF, .run = HandlerOf<DequeueBuffer>::Run},
+    CaptureIoctl{.request = VIDIOC_STREAMON, .run = HandlerOf<StreamOn>::Run, .changes = true},
+    CaptureIoctl{.request = VIDIOC_STREAMOFF, .run = HandlerOf<StreamOff>::Run, .changes = true},
+    CaptureIoctl{.request = UVCIOC_CTRL_QUERY, .run = HandlerOf<QueryExtensionUnit>::Run},
 };
 
-static int Answer(const IoctlRow& row, const CaptureCall& call) {
+static int Answer(const CaptureIoctl& row, const CaptureCall& call) {
     alignas(std::max_align_t) std::array<uint8_t, kArgumentLimit> argument{};
     const IoctlCall& ioctl = call.ioctl;
     const size_t size = _IOC_SIZE(row.request);
@@ -148,7 +148,7 @@ static int OpenCapture(OpenFile& file) {
 static int IoctlCapture(const IoctlCall& ioctl) {
     CaptureSession& session = SessionOf(ioctl.file);
     if (session.device->gone) return -ENODEV;
-    const auto row = std::ranges::find(kIoctls, ioctl.request, &IoctlRow::request);
+    const auto row = std::ranges::find(kIoctls, ioctl.request, &CaptureIoctl::request);
     if (row == kIoctls.end()) return -ENOTTY;
     return Answer(*row, {.device = *session.device, .session = session, .ioctl = ioctl});
 }

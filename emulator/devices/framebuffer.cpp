@@ -16,7 +16,7 @@
 static constexpr unsigned kMajor = 29;
 static constexpr uint32_t kMostVisible = 4096, kMostVirtual = 8192;  // pixels, either way
 
-struct FrameBuffer {
+struct FrameBufferState {
     int unit;
     const char* id;  // of the display controller's channel
     fb_var_screeninfo timing;
@@ -54,7 +54,7 @@ static constexpr fb_var_screeninfo kPowerOnTiming{
     .reserved = {},
 };
 
-static FrameBuffer frameBuffers[] = {
+static FrameBufferState frameBuffers[] = {
     {.unit = 0, .id = "DISP3 BG", .timing = kPowerOnTiming},
     {.unit = 2, .id = "DISP4 BG", .timing = kPowerOnTiming},
 };
@@ -86,7 +86,7 @@ static fb_var_screeninfo CheckedTiming(fb_var_screeninfo wanted) {
     return wanted;
 }
 
-static void Program(FrameBuffer& frameBuffer, const fb_var_screeninfo& timing) {
+static void Program(FrameBufferState& frameBuffer, const fb_var_screeninfo& timing) {
     if (std::memcmp(&frameBuffer.timing, &timing, sizeof timing) == 0) return;
     frameBuffer.timing = timing;
     Trace("framebuffer", {{"node", Text("fb%d", frameBuffer.unit)},
@@ -99,12 +99,12 @@ void SetFixedPanel(const fb_var_screeninfo* mode) {
     panelIsFixed = mode != nullptr;
     if (!panelIsFixed) return;
     panelTiming = *mode;
-    for (FrameBuffer& frameBuffer : frameBuffers) Program(frameBuffer, CheckedTiming(panelTiming));
+    for (FrameBufferState& frameBuffer : frameBuffers) Program(frameBuffer, CheckedTiming(panelTiming));
 }
 
 static uint32_t LineBytes(const fb_var_screeninfo& timing) { return timing.xres_virtual * timing.bits_per_pixel / 8; }
 
-static int GetFixed(const IoctlCall& call, const FrameBuffer& frameBuffer) {
+static int GetFixed(const IoctlCall& call, const FrameBufferState& frameBuffer) {
     fb_fix_screeninfo fixed{};
     std::snprintf(fixed.id, sizeof fixed.id, "%s", frameBuffer.id);
     fixed.line_length = LineBytes(frameBuffer.timing);
@@ -116,7 +116,7 @@ static int GetFixed(const IoctlCall& call, const FrameBuffer& frameBuffer) {
     return call.memory.Write(call.argument, fixed) ? 0 : -EFAULT;
 }
 
-static int PutTiming(const IoctlCall& call, FrameBuffer& frameBuffer) {
+static int PutTiming(const IoctlCall& call, FrameBufferState& frameBuffer) {
     fb_var_screeninfo wanted{};
     if (!call.memory.Read(call.argument, wanted)) return -EFAULT;
     if (wanted.xres == 0 || wanted.xres > kMostVisible || wanted.xres_virtual > kMostVirtual) return -EINVAL;
@@ -126,7 +126,7 @@ static int PutTiming(const IoctlCall& call, FrameBuffer& frameBuffer) {
     return call.memory.Write(call.argument, wanted) ? 0 : -EFAULT;
 }
 
-static int PanDisplay(const IoctlCall& call, FrameBuffer& frameBuffer) {
+static int PanDisplay(const IoctlCall& call, FrameBufferState& frameBuffer) {
     fb_var_screeninfo wanted{};
     if (!call.memory.Read(call.argument, wanted)) return -EFAULT;
     fb_var_screeninfo& now = frameBuffer.timing;
@@ -138,10 +138,10 @@ static int PanDisplay(const IoctlCall& call, FrameBuffer& frameBuffer) {
 
 static std::string BlankPath(int unit) { return Text("/sys/class/graphics/fb%d/blank", unit); }
 
-static FrameBuffer& Unit(int unit) { return *std::ranges::find(frameBuffers, unit, &FrameBuffer::unit); }
+static FrameBufferState& Unit(int unit) { return *std::ranges::find(frameBuffers, unit, &FrameBufferState::unit); }
 
 static int FrameBufferIoctl(const IoctlCall& call) {
-    FrameBuffer& frameBuffer = Unit(call.file.unit);
+    FrameBufferState& frameBuffer = Unit(call.file.unit);
     switch (call.request) {
         case FBIOGET_FSCREENINFO:
             return GetFixed(call, frameBuffer);
@@ -169,7 +169,7 @@ static int OpenFrameBuffer(OpenFile& file) {
 static const DeviceModel kFrameBufferModel{.name = "framebuffer", .open = OpenFrameBuffer, .ioctl = FrameBufferIoctl};
 
 void PowerOnFramebuffer() {
-    for (FrameBuffer& frameBuffer : frameBuffers) {
+    for (FrameBufferState& frameBuffer : frameBuffers) {
         frameBuffer.timing = CheckedTiming(kPowerOnTiming);
         const unsigned unit = static_cast<unsigned>(frameBuffer.unit);
         AddNode(Text("/dev/fb%u", unit), kFrameBufferModel, frameBuffer.unit, kMajor, unit);

@@ -100,7 +100,8 @@ static std::string IdFor(const std::string& name) {
     if (id.empty()) id = "Default";
     for (int number = 1; IsIdTaken(id); ++number) {
         const std::string suffix = "_" + std::to_string(number);
-        id = id.substr(0, std::min(id.size(), kIdLimit - suffix.size())) + suffix;
+        id.resize(std::min(id.size(), kIdLimit - suffix.size()));
+        id += suffix;
     }
     return id;
 }

@@ -159,11 +159,11 @@ static void TakeInput() {
 
 // The pipes
 
-struct Pipe {
+struct PipeEnds {
     int read, write;
 };
 
-static Pipe MakePipe() {
+static PipeEnds MakePipe() {
     int ends[2]{-1, -1};
     if (pipe2(ends, O_CLOEXEC) < 0) perror("Board: pipe");
     return {ends[0], ends[1]};
@@ -173,7 +173,7 @@ static void NeverBlock(int descriptor) { fcntl(descriptor, F_SETFL, fcntl(descri
 
 DaemonStreams OpenConsole() {
     signal(SIGTTIN, SIG_IGN);  // in the background of a shell, reading shall fail, not stop the board
-    Pipe in = MakePipe(), out = MakePipe(), error = MakePipe();
+    PipeEnds in = MakePipe(), out = MakePipe(), error = MakePipe();
     toDaemon = in.write;
     NeverBlock(toDaemon);
     outlets[0].from = out.read;

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
-inline constexpr auto kCrc32Table = [] {
+inline constexpr auto kCrc32Table = []() {
     std::array<uint32_t, 256> table{};
     for (uint32_t byte = 0; byte < table.size(); ++byte) {
         uint32_t rest = byte;

@@ -88,7 +88,10 @@ gboolean HandleBusMessage(GstBus*, GstMessage* message, gpointer) {
     if (!isError && GST_MESSAGE_TYPE(message) != GST_MESSAGE_WARNING) return TRUE;
 
     GError* error = nullptr;
-    (isError ? gst_message_parse_error : gst_message_parse_warning)(message, &error, nullptr);
+    if (isError)
+        gst_message_parse_error(message, &error, nullptr);
+    else
+        gst_message_parse_warning(message, &error, nullptr);
     LogInfo("***** %s: %s\n", isError ? "Error" : "Warning", error->message);
     LogInfo("***** Code: %d\n", error->code);
     (isError ? HandleError : HandleWarning)(error->code);
