@@ -25,7 +25,7 @@ inline constexpr size_t kActs = 0, kOnlyLooks = SIZE_MAX;
 
 struct Verb {
     std::string_view word;
-    std::string_view usage;  // "camera N plug PROFILE | unplug | stall | resume | garbage"
+    std::string_view usage;  // "camera N plug PROFILE | unplug | stall | resume | garbage ..."
     VerbAnswer (*run)(const VerbWords& words);
     size_t actsWith = kOnlyLooks;  // from so many words on it does something to the board, and is recorded
 };

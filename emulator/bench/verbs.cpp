@@ -51,7 +51,7 @@ static Json CameraStatus(int camera) {
 
 static VerbAnswer StatusVerb(const VerbWords& words) {
     if (!words.empty()) return Usage("status");
-    WatchdogState watchdog = WatchdogNow();
+    const WatchdogState watchdog = WatchdogNow();
     Json status{
         {"board", Board.folder.string()},
         {"uptime", double(NowMicroseconds() - PowerOnTime()) / 1e6},
@@ -62,7 +62,8 @@ static VerbAnswer StatusVerb(const VerbWords& words) {
         {"monitor", PluggedMonitor()},
         {"panel", Board.panel},
         {"lan", LanPlugged() ? "plugged" : "unplugged"},
-        {"watchdog", {{"armed", watchdog.armed}, {"time left", watchdog.timeLeft}}},
+        {"watchdog",
+         {{"armed", watchdog.armed}, {"time left", watchdog.timeLeft}, {"longest gap", watchdog.longestGap}}},
         {"held calls", HeldCallCount()},
         {"ports", PortStatus()},
     };
@@ -123,7 +124,7 @@ static VerbAnswer KernelLogVerb(const VerbWords& words) {
 }
 
 static constexpr std::array kVerbs{
-    Verb{"camera", "camera N [plug PROFILE | unplug | stall | resume | garbage]", CameraVerb, 2},
+    Verb{"camera", "camera N [plug PROFILE | unplug | stall | resume | garbage | wrong-size]", CameraVerb, 2},
     Verb{"hdmi-in", "hdmi-in PORT WxH[p|i]R | off", HdmiInVerb, kActs},
     Verb{"monitor", "monitor plug [EDID] | unplug", MonitorVerb, kActs},
     Verb{"lan", "lan plug|unplug", LanVerb, kActs},

@@ -62,12 +62,15 @@ static void WriteUsbList() {
 
 static std::optional<FrameOrder> FilmCamera(int camera, const v4l2_pix_format& format, const v4l2_fract& interval) {
     const CameraPort& port = PortOf(camera);
+    const bool wrong = port.device && DeliveryOf(*port.device) == Delivery::kWrongSize;
+    const uint32_t width = wrong ? format.width / 4 * 2 : format.width;
+    const uint32_t height = wrong ? format.height / 4 * 2 : format.height;
     return FrameOrder{.source = port.source,
                       .fourcc = format.pixelformat,
-                      .width = format.width,
-                      .height = format.height,
-                      .pictureWidth = format.width,
-                      .pictureHeight = format.height,
+                      .width = width,
+                      .height = height,
+                      .pictureWidth = width,
+                      .pictureHeight = height,
                       .interval = interval,
                       .recording = port.plugged->recording};
 }
@@ -197,7 +200,8 @@ struct DeliveryWord {
 };
 static constexpr std::array kDeliveries = {DeliveryWord{"stall", Delivery::kStalled},
                                            DeliveryWord{"resume", Delivery::kNormal},
-                                           DeliveryWord{"garbage", Delivery::kGarbage}};
+                                           DeliveryWord{"garbage", Delivery::kGarbage},
+                                           DeliveryWord{"wrong-size", Delivery::kWrongSize}};
 
 static VerbAnswer Deliver(int camera, const DeliveryWord& row) {
     const CameraPort& port = PortOf(camera);

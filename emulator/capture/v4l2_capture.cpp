@@ -5,6 +5,8 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 
+#include <utility>
+
 #include "capture/v4l2_device.h"
 
 static constexpr unsigned kVideoMajor = 81;
@@ -206,7 +208,10 @@ void RemoveCaptureDevice(CaptureDevice& device) {
     WakeModel(kCaptureModel, device.number);
 }
 
-void SetDelivery(CaptureDevice& device, Delivery delivery) { device.delivery = delivery; }
+void SetDelivery(CaptureDevice& device, Delivery delivery) {
+    const Delivery before = std::exchange(device.delivery, delivery);
+    if ((before == Delivery::kWrongSize) != (delivery == Delivery::kWrongSize)) RestartCapture(device);
+}
 
 bool IsStreaming(const CaptureDevice& device) { return device.streaming; }
 

@@ -74,7 +74,7 @@ struct CaptureTraits {
 // Queries, readings or settings of controls fail with EIO; or settings have no effect, as with a blocked motor.
 enum class ControlFault { kNone, kQuery, kRead, kWrite, kStuck };
 
-enum class Delivery { kNormal, kStalled, kGarbage };
+enum class Delivery { kNormal, kStalled, kGarbage, kWrongSize };
 
 struct CaptureDevice;
 
@@ -92,7 +92,8 @@ void RemoveCaptureDevice(CaptureDevice& device);
 // The source changed: ask `order` again, for a device that streams.
 void RestartCapture(CaptureDevice& device);
 
-// Stalled: no frame any more, all calls stay alive. Garbage: frames of noise, or cut short.
+// Stalled: no frame any more, all calls stay alive. Garbage: frames of noise, or cut short. Wrong size: the source is to
+// see to it (DeliveryOf), it is asked again.
 void SetDelivery(CaptureDevice& device, Delivery delivery);
 
 void SetControlFault(CaptureDevice& device, ControlFault fault);

@@ -28,6 +28,7 @@ static std::optional<EdidFile> LoadEdid(const std::filesystem::path& path) {
 }
 
 static std::filesystem::path EdidPath(const std::string& name) {
+    if (name.find('/') != name.npos) return name;
     return EmulatorFile("monitors") / (name + std::string(kExtension));
 }
 
@@ -70,8 +71,7 @@ static void ShowPlug() {
 
 // An empty text, or what is wrong with that monitor.
 static std::string Plug(const std::string& name) {
-    std::optional<EdidFile> file;
-    if (name.find('/') == name.npos) file = LoadEdid(EdidPath(name));
+    std::optional<EdidFile> file = LoadEdid(EdidPath(name));
     if (!file) return "no monitor \"" + name + "\" (tessel-emulator profiles lists them)";
     monitor = std::move(*file);
     plugged = name;

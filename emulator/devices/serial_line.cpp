@@ -119,6 +119,7 @@ VerbAnswer SerialVerb(const VerbWords& words) {
     const ssize_t sent = write(Line(kControlPort).bench, bytes->data(), bytes->size());
     if (sent != static_cast<ssize_t>(bytes->size())) return Bad("serial: the board does not read its port");
 
+    Trace("serial", {{"node", Line(kControlPort).node}, {"sent", *bytes}});
     heard.clear();
     listener = LaterAnswer();
     CallAt(NowMicroseconds() + int64_t{*time} * 1000, [] {

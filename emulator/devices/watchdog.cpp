@@ -20,6 +20,8 @@ static constexpr int64_t kSecond = 1'000'000;
 
 static int timeout = kDefaultSeconds;
 static int64_t deadline;        // microseconds; means something while armed
+static int64_t patted;          // microseconds; means something while armed
+static int64_t longestGap;      // microseconds, until the newest pat
 static TimerId starved;         // 0: disarmed
 static const OpenFile* holder;  // one opener at a time
 
@@ -28,21 +30,29 @@ static void Starve() {
     ResetBoard("watchdog");
 }
 
+static int64_t LongestGap() { return starved == 0 ? longestGap : std::max(longestGap, NowMicroseconds() - patted); }
+
 static void Pat() {
+    longestGap = LongestGap();
     CancelCall(starved);
-    deadline = NowMicroseconds() + timeout * kSecond;
+    patted = NowMicroseconds();
+    deadline = patted + timeout * kSecond;
     starved = CallAt(deadline, Starve);
 }
 
 static void Disarm() {
+    longestGap = LongestGap();
     CancelCall(starved);
     starved = 0;
 }
 
+static double InSeconds(int64_t microseconds) { return double(microseconds) / double(kSecond); }
+
 WatchdogState WatchdogNow() {
-    if (starved == 0) return {};
-    const int64_t left = std::max<int64_t>(0, deadline - NowMicroseconds());
-    return {.armed = true, .timeLeft = static_cast<double>(left) / static_cast<double>(kSecond)};
+    const bool armed = starved != 0;
+    return {.armed = armed,
+            .timeLeft = armed ? InSeconds(std::max<int64_t>(0, deadline - NowMicroseconds())) : 0,
+            .longestGap = InSeconds(LongestGap())};
 }
 
 static int OpenWatchdog(OpenFile& file) {
@@ -140,6 +150,7 @@ void PowerOffWatchdog() {
 
 void PowerOnWatchdog() {
     PowerOffWatchdog();
+    longestGap = 0;
     timeout = kDefaultSeconds;
     AddNode("/dev/watchdog", kWatchdogModel, 0, kMajor, kMinor);
 }

@@ -4,7 +4,8 @@
 
 struct WatchdogState {
     bool armed = false;
-    double timeLeft = 0;  // seconds until the reset; 0 when not armed
+    double timeLeft = 0;    // seconds until the reset; 0 when not armed
+    double longestGap = 0;  // seconds between two pats, the longest since power-on; the one that still lasts counts
 };
 
 WatchdogState WatchdogNow();

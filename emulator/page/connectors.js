@@ -45,7 +45,8 @@ function cameraRows(number, camera) {
     if (!camera) return plugRows(profiles.camera, 'camera', number, 'plug');
     return [row('unplug', camera.card, 'camera', number, 'unplug'),
         ...camera.delivery === 'resume' ? [row('stall', 'no frames any more, the device stays', 'camera', number, 'stall'),
-            row('garbage', 'broken frames', 'camera', number, 'garbage')] : [row('resume', 'frames as usual', 'camera', number, 'resume')]];
+            row('garbage', 'broken frames', 'camera', number, 'garbage'),
+            row('wrong-size', 'frames of half the size', 'camera', number, 'wrong-size')] : [row('resume', 'frames as usual', 'camera', number, 'resume')]];
 }
 
 function controlRows(number, camera) {
@@ -93,7 +94,7 @@ function cameraState(number) {
     if (!camera) return sound ? ['plugged', sound, 'sound device'] : ['missing', 'empty', ''];
     const note = sound ? ` + ${sound}` : '';
     if (!camera.connected) return ['fault', camera.profile + note, 'host off'];
-    if (camera.delivery !== 'resume') return ['fault', camera.profile + note, camera.delivery === 'stall' ? 'stalled' : 'garbage'];
+    if (camera.delivery !== 'resume') return ['fault', camera.profile + note, camera.delivery === 'stall' ? 'stalled' : camera.delivery];
     if (camera.controls !== 'off') return ['fault', camera.profile + note, `controls: ${camera.controls}`];
     return camera.streaming ? ['running', camera.profile + note, 'streaming'] : ['plugged', camera.profile + note, 'idle'];
 }
