@@ -1,0 +1,231 @@
+// What must hold behind every fault, and the hands of the steps.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <optional>
+#include <sstream>
+
+#include "bench/control_client.h"
+#include "campaign.h"
+#include "picture_probe.h"
+#include "settings/device_settings.h"
+#include "tcp_client.h"
+
+using Clock = std::chrono::steady_clock;
+
+static double SecondsSince(Clock::time_point start) { return Seconds(Clock::now() - start).count(); }
+
+double Stretched(double seconds) {
+    static const char* const patience = getenv("TESSEL_PATIENCE");
+    return seconds * Patience() * (patience ? atof(patience) : 1);
+}
+
+static std::string Text(double number) { return std::to_string(number).substr(0, 5); }
+
+// ---- Drawing
+
+size_t Below(Bench& bench, size_t limit) { return bench.random() % limit; }
+
+void PauseUpTo(Bench& bench, double seconds) { Pause(seconds / 1000 * double(Below(bench, 1001))); }
+
+// ---- Hands
+
+bool Expect(Bench& bench, bool holds, const std::string& what) {
+    if (!holds && bench.complaint.empty()) bench.complaint = what;
+    return holds;
+}
+
+static BoardAnswer Ask(const Bench& bench, const Words& verb) {
+    return AskBoard(std::filesystem::path(BoardFile(bench.board, "x")).parent_path(), verb);
+}
+
+std::string Do(Bench& bench, const Words& verb) {
+    const BoardAnswer answer = Ask(bench, verb);
+    std::string words;
+    for (const std::string& word : verb) words += word + " ";
+    Expect(bench, answer.good, words + "works: " + answer.text);
+    return answer.text;
+}
+
+// What is there at once may be what was there before anyone noticed.
+bool ShowsInTime(Bench& bench, char source, double seconds) {
+    static constexpr double kNoticed = 1.5;
+    const auto start = Clock::now();
+    Pause(kNoticed);
+    const bool shown = ShowsFull(bench.board, source, seconds);
+    const double took = SecondsSince(start);
+    bench.worst.picture = std::max(bench.worst.picture, took);
+    return Expect(
+               bench, shown,
+               std::string("source ") + source + " on display\n" + Map(TakePicture(bench.board).value_or(Picture{}))) &&
+           Expect(bench, took < Stretched(seconds),
+                  std::string("source ") + source + " on display in time, not after " + Text(took) + " s");
+}
+
+// ---- Channels: each a function that polls once and tells how long the answer took. Beyond kLostAnswer nothing comes.
+
+static constexpr double kLostAnswer = 10;
+static constexpr const char* kAck = "ACK\r\n";
+
+static std::optional<double> PollConsole(Bench& bench) {
+    const size_t from = OutputSize(bench.board);
+    const auto start = Clock::now();
+    Type(bench.board, "<POLL>\n");
+    for (size_t seen = from; SecondsSince(start) < Stretched(kLostAnswer); Pause(0.002)) {
+        if (OutputSize(bench.board) == seen) continue;
+        seen = OutputSize(bench.board);
+        if (Output(bench.board).find(kAck, from) != std::string::npos) return SecondsSince(start);
+    }
+    return {};
+}
+
+static std::optional<double> PollPort(int port, std::string_view text) {
+    const auto start = Clock::now();
+    const TcpClient client(port);
+    Send(client, text);
+    const std::string answer = Receive(client, kAck, Stretched(kLostAnswer));
+    if (!answer.ends_with(kAck)) return {};
+    return SecondsSince(start);
+}
+
+static std::optional<double> PollTelnet(Bench& bench) { return PollPort(TelnetPort(bench.board), "$POLL$"); }
+
+static std::optional<double> PollHttp(Bench& bench) {
+    return PollPort(HttpPort(bench.board), "GET /$POLL$ HTTP/1.1\r\n\r\n");
+}
+
+// The verb listens for a second; how long the line took is in the trace.
+static std::optional<double> PollSerial(Bench& bench) {
+    if (!Ask(bench, {"serial", "<POLL>"}).text.ends_with(kAck)) return {};
+    double sent = 0, answered = 0;
+    std::istringstream lines(Ask(bench, {"trace", "--last", "500"}).text);
+    for (std::string line; std::getline(lines, line);) {
+        const Json entry = Json::parse(line);
+        if (entry["what"] != "serial") continue;
+        (entry.contains("sent") ? sent : answered) = entry["t"].get<double>() / 1e6;
+    }
+    return answered - sent;
+}
+
+struct Channel {
+    const char* name;
+    std::optional<double> (*poll)(Bench& bench);
+};
+static constexpr Channel kChannels[] = {
+    {"console", PollConsole}, {"telnet", PollTelnet}, {"http", PollHttp}, {"serial", PollSerial}};
+
+bool Answer(Bench& bench, std::string_view channels) {
+    for (const Channel& channel : kChannels) {
+        if (channels.find(channel.name) == channels.npos) continue;
+        const std::optional<double> took = channel.poll(bench);
+        bench.worst.answer = std::max(bench.worst.answer, took.value_or(0));
+        Expect(bench, took.has_value(), std::string(channel.name) + " answers");
+        Expect(bench, took.value_or(0) < Stretched(kAnswerWithin),
+               std::string(channel.name) + " answers in time, not after " + Text(took.value_or(0)) + " s");
+    }
+    return bench.complaint.empty();
+}
+
+// ---- At rest
+
+// Of the process alone: frames lie in memory that it shares with the emulated devices.
+static long OwnKilobytes(int pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/status");
+    for (std::string word; file >> word;) {
+        long kilobytes = 0;
+        if (word == "RssAnon:" && file >> kilobytes) return kilobytes;
+    }
+    return 0;
+}
+
+static Figures FiguresNow(const Json& daemon) {
+    Figures now;
+    now.threads = daemon.value("threads", 0L);
+    now.descriptors = daemon.value("descriptors", 0L);
+    now.processes = daemon.value("processes", 0L);
+    now.kilobytes = OwnKilobytes(daemon["pid"]);
+    return now;
+}
+
+static bool IsWithin(const Figures& now, const Figures& rest) {
+    return now.threads <= rest.threads && now.descriptors <= rest.descriptors && now.processes <= rest.processes;
+}
+
+static std::string Tell(const Figures& figures) {
+    return std::to_string(figures.threads) + " threads, " + std::to_string(figures.descriptors) + " descriptors, " +
+           std::to_string(figures.processes) + " processes";
+}
+
+// Sound is built anew behind the picture; a tool that is just being run has a process and descriptors of its own.
+static void CheckFigures(Bench& bench) {
+    static constexpr double kSoundSettled = 20;
+    Figures now;
+    const auto hold = [&] { return IsWithin(now = FiguresNow(Status(bench.board)["daemon"]), bench.rest); };
+    if (bench.step <= kWarmUpSteps) {
+        Pause(1);
+        hold();
+        bench.rest.threads = std::max(bench.rest.threads, now.threads);
+        bench.rest.descriptors = std::max(bench.rest.descriptors, now.descriptors);
+        bench.rest.processes = std::max(bench.rest.processes, now.processes);
+    } else {
+        Expect(bench, WaitUntil(kSoundSettled, hold), Tell(bench.rest) + " at most, not " + Tell(now));
+    }
+    bench.memory.push_back(now.kilobytes);
+}
+
+// Memory comes and goes with the frames under way: the least of the newest steps counts, against the most of the
+// warm-up.
+static void CheckMemory(Bench& bench) {
+    const auto& all = bench.memory;
+    if (all.size() <= kWarmUpSteps) return;
+    const long before = *std::max_element(all.begin(), all.begin() + kWarmUpSteps);
+    const size_t newest = std::min<size_t>(5, all.size() - kWarmUpSteps);
+    bench.worst.kilobytes = *std::min_element(all.end() - long(newest), all.end()) - before;
+    Expect(bench, bench.worst.kilobytes <= kMemoryAllowed,
+           "memory as before, not " + std::to_string(bench.worst.kilobytes) + " kB more");
+}
+
+static void CheckSettings(Bench& bench) {
+    const std::string path = BoardFile(bench.board, "home/root/config.bin");
+    DeviceSettings record;
+    std::error_code error;
+    const bool whole = std::filesystem::file_size(path, error) == sizeof record &&
+                       LoadSettings(record, path.c_str()) == 0 && record.Checksum == ComputeChecksum(record);
+    Expect(bench, whole, "the settings file is a whole record");
+}
+
+static void CheckLife(Bench& bench) {
+    const Json status = Status(bench.board);
+    const unsigned lives = status["daemon"]["starts"];
+    Expect(bench, lives == bench.lives && status["daemon"]["state"] == "running",
+           "life " + std::to_string(bench.lives) + " of the daemon, not " + std::to_string(lives));
+    bench.worst.patGap = std::max(bench.worst.patGap, status["watchdog"]["longest gap"].get<double>());
+    Expect(bench, bench.worst.patGap < Stretched(kLongestPatGap),
+           "no pat of the watchdog for " + Text(bench.worst.patGap) + " s");
+    Expect(bench, Output(bench.board).find("Sanitizer") == std::string::npos, "no sanitizer speaks");
+}
+
+void CheckBench(Bench& bench) {
+    CheckLife(bench);
+    if (bench.complaint.empty() && bench.shows) ShowsInTime(bench, bench.shows, bench.pictureWithin);
+    if (bench.complaint.empty()) Answer(bench, "console telnet http serial");
+    if (bench.complaint.empty()) CheckFigures(bench);
+    CheckMemory(bench);
+    CheckSettings(bench);
+    CheckLife(bench);
+}
+
+void StartBench(Bench& bench, const Words& options) {
+    bench.lives = 1;
+    bench.step = 0;
+    bench.memory.clear();
+    bench.board = StartNewBoard(options);
+    Expect(bench, WaitForSound(bench.board), "a board that starts\n" + Output(bench.board));
+    if (bench.shows) ShowsInTime(bench, bench.shows, 30);
+    bench.worst = {};
+    bench.rest = FiguresNow(Status(bench.board)["daemon"]);
+}
