@@ -22,7 +22,7 @@
 
 using Clock = std::chrono::steady_clock;
 
-static constexpr const Family* kFamilies[] = {&Cameras};
+static constexpr const Family* kFamilies[] = {&Cameras, &Signals, &Clients, &Sound, &Mix};
 static constexpr const char* kForms[] = {"smoke", "short", "long"};  // by Form
 static constexpr unsigned kLossesBorne = 3;                          // then the rest of a slice is not worth its time
 static constexpr const char* kUsage =
@@ -52,6 +52,7 @@ static std::string LogPath(const Options& options, const Slice& slice) {
 static std::string Try(Bench& bench, const Family& family) {
     bench.complaint.clear();
     bench.tries = 1;
+    bench.pictureWithin = kPictureWithin;
     ++bench.step;
     const std::string done = family.step(bench);
     if (bench.board) CheckBench(bench);

@@ -25,6 +25,8 @@ inline constexpr double kLongestPatGap = 15;     // s, half of the watchdog's ti
 inline constexpr double kAnswerWithin = 0.2;     // s
 inline constexpr double kPictureWithin = 4 + 3;  // s: quiet of the plugs, pause, scan, first second of a life; and 3
 
+inline constexpr const char* kCamerasAtRest[] = {"speakerphone", "hd-mjpeg"};  // of ports 1 and 2, where they are
+
 enum Form : unsigned { kSmoke, kShort, kLong };
 
 // How a board is at rest, and the worst that was seen.
@@ -43,7 +45,8 @@ struct Bench {
     unsigned step = 0;           // since the board was started
     std::string complaint = {};  // the first of this step; empty: survived
     Figures rest = {}, worst = {};
-    std::vector<long> memory = {};  // kB at rest, a step each
+    long threadsWithSound = 0;
+    std::vector<long> memory = {};  // kB at rest with sound, every tenth step
 };
 
 struct Family {
@@ -55,7 +58,7 @@ struct Family {
     unsigned stepsPerBoard = 100;  // then a fresh one takes over
 };
 
-extern const Family Cameras;
+extern const Family Cameras, Signals, Clients, Sound, Mix;
 
 // ---- Drawing from the seed ----
 
