@@ -12,14 +12,18 @@
 
 #include "bench/trace.h"
 #include "system/board.h"
+#include "text.h"
 
 namespace fs = std::filesystem;
 
 static constexpr uint32_t kUdevGroup = 2;  // netlink multicast group of the udev daemon's own messages
 static constexpr uint32_t kMagic = 0xfeedcafe;
 
+static constexpr unsigned kMostRepeats = 10'000;  // many more than a monitor's buffer holds
+
 static int Socket = -1;
 static uint64_t LastSequence = 0;
+static std::map<std::string, UdevDevice> announced;  // since power-on, by node
 
 // ---- Messages
 
@@ -84,14 +88,29 @@ std::vector<uint8_t> UdevMessage(std::string_view action, const UdevDevice& devi
 }
 
 // With nobody listening the kernel says ECONNREFUSED; that is no fault.
-static void Broadcast(std::string_view action, const UdevDevice& device) {
-    Trace("plug", {{"action", action}, {"subsystem", device.subsystem}, {"node", device.deviceName}});
+static void Send(std::string_view action, const UdevDevice& device) {
     if (Socket < 0) return;
     const std::vector<uint8_t> message = UdevMessage(action, device, ++LastSequence);
     const sockaddr_nl group = {.nl_family = AF_NETLINK, .nl_pad = 0, .nl_pid = 0, .nl_groups = kUdevGroup};
     const ssize_t sent = sendto(Socket, message.data(), message.size(), MSG_DONTWAIT,
                                 reinterpret_cast<const sockaddr*>(&group), sizeof group);
     if (sent < 0 && errno != ECONNREFUSED) fprintf(stderr, "udev message: %s\n", strerror(errno));
+}
+
+static void Broadcast(std::string_view action, const UdevDevice& device) {
+    Trace("plug", {{"action", action}, {"subsystem", device.subsystem}, {"node", device.deviceName}});
+    Send(action, device);
+}
+
+VerbAnswer UdevFaultVerb(const VerbWords& words) {
+    if (words.size() < 2 || words.size() > 3) return Usage("fault");
+    const auto device = announced.find(words[0]);
+    if (device == announced.end()) return Bad("no such device was ever there");
+    const std::optional<unsigned> times = words.size() == 3 ? ParseNumber(words[2], kMostRepeats) : 1;
+    if (!times) return Usage("fault");
+    Trace("fault", {{"udev", words[0]}, {"action", words[1]}, {"times", *times}});
+    for (unsigned sent = 0; sent < *times; ++sent) Send(words[1], device->second);
+    return {};
 }
 
 // ---- /sys
@@ -141,6 +160,7 @@ void AddUdevDevice(const UdevDevice& device) {
         WriteBoardFile(inBoard + "/dev",
                        std::to_string(device.majorNumber) + ":" + std::to_string(device.minorNumber) + "\n");
         LinkTo(NumberLink(device), folder);
+        announced[device.deviceName] = device;
     }
     Broadcast("add", device);
 }
@@ -156,6 +176,7 @@ void RemoveUdevDevice(const UdevDevice& device) {
 // ---- Power
 
 void PowerOnUdev() {
+    announced.clear();
     std::error_code error;
     fs::create_directories(HostPath("/run/udev/data"), error);
     WriteBoardFile("/run/udev/control", "");

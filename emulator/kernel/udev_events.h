@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include "bench/control.h"
+
 struct UdevDevice {
     std::string sysfsPath;   // "/devices/platform/ci_hdrc.0/usb1/1-1/1-1:1.0/video4linux/video0"
     std::string subsystem;   // "video4linux", "sound"
@@ -29,6 +31,9 @@ void SetUdevSocket(int descriptor);
 
 void AddUdevDevice(const UdevDevice& device);     // folder and links, then "add"
 void RemoveUdevDevice(const UdevDevice& device);  // "remove", after folder and links are gone
+
+// NODE ACTION [TIMES]: news that is not true, or not new. Of a device that is there, or was since power-on.
+VerbAnswer UdevFaultVerb(const VerbWords& words);
 
 // One message as libudev expects it: header, then "ACTION=add\0DEVPATH=...\0...".
 std::vector<uint8_t> UdevMessage(std::string_view action, const UdevDevice& device, uint64_t sequence);

@@ -15,7 +15,9 @@
 #include "capture/camera.h"
 #include "devices/expander.h"
 #include "devices/i2c_bus.h"
+#include "gst/element_faults.h"
 #include "kernel/sandbox.h"
+#include "kernel/udev_events.h"
 #include "sound/sound_card.h"
 #include "system/board.h"
 
@@ -29,7 +31,9 @@ struct ToolFault {
 };
 static constexpr std::array kToolFaults{
     ToolFault{"fail", "#!/bin/sh\nexit 1\n"},
-    ToolFault{"hang", "#!/bin/sh\nexec sleep infinity\n"},
+    ToolFault{"killed", "#!/bin/sh\nkill -9 $$\n"},
+    // Until the fault ends: its script is gone then.
+    ToolFault{"hang", "#!/bin/sh\nwhile [ -e \"$0\" ]; do /bin/sleep 1; done\nexit 1\n"},
     ToolFault{"silent", "#!/bin/sh\nexit 0\n"},
     // 10 MB of numbered lines.
     ToolFault{"flood", "#!/bin/sh\nexec seq -f 'flood %06.0f of 200000, as long as fifty letters.' 200000\n"},
@@ -74,6 +78,19 @@ static VerbAnswer ToolFaultVerb(const VerbWords& words) {
         return {};
     }
     return Usage("fault");
+}
+
+// Elements of the daemon's pipelines: gst/element_faults.h takes the line at the other end.
+
+static VerbAnswer ElementFaultVerb(const VerbWords& words) {
+    if (words.size() < 2 || words.size() > 3) return Usage("fault");
+    const int pipe = open(HostPath(kElementFaults).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (pipe < 0) return Bad("nobody listens: the board was not run with --env GST_TRACERS=tesselfaults");
+    const std::string line = words[0] + ' ' + words[1] + ' ' + (words.size() == 3 ? words[2] : "0") + '\n';
+    const bool sent = write(pipe, line.data(), line.size()) == ssize_t(line.size());
+    close(pipe);
+    Trace("fault", {{"element", words[0]}, {"fault", words[1]}});
+    return sent ? VerbAnswer{} : Bad("the daemon does not read its faults");
 }
 
 // The disk
@@ -143,8 +160,10 @@ struct FaultKind {
     VerbAnswer (*run)(const VerbWords& words);
 };
 static constexpr std::array kKinds{
-    FaultKind{"tool", ToolFaultVerb},     FaultKind{"disk", DiskFaultVerb},   FaultKind{"i2c", I2cFaultVerb},
-    FaultKind{"camera", CameraFaultVerb}, FaultKind{"sound", SoundFaultVerb}, FaultKind{"expander", ExpanderFaultVerb},
+    FaultKind{"tool", ToolFaultVerb},   FaultKind{"disk", DiskFaultVerb},
+    FaultKind{"i2c", I2cFaultVerb},     FaultKind{"camera", CameraFaultVerb},
+    FaultKind{"sound", SoundFaultVerb}, FaultKind{"expander", ExpanderFaultVerb},
+    FaultKind{"udev", UdevFaultVerb},   FaultKind{"element", ElementFaultVerb},
 };
 
 VerbAnswer FaultVerb(const VerbWords& words) {
