@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <bit>
+#include <cerrno>
 #include <cstdio>
 
 static_assert(std::endian::native == std::endian::little, "the record is its own little-endian file image");
@@ -57,12 +58,25 @@ int LoadSettings(DeviceSettings& record, const char* path) {
     return 0;
 }
 
+// A write may be cut short: without the rest the file would hold the begin of one record and the end of another.
+static bool WriteWhole(int file, const DeviceSettings& image) {
+    const auto* next = reinterpret_cast<const char*>(&image);
+    for (size_t left = sizeof image; left > 0;) {
+        const ssize_t count = write(file, next, left);
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) return false;
+        next += count;
+        left -= static_cast<size_t>(count);
+    }
+    return true;
+}
+
 // The old image is overwritten in place rather than truncated first: on a full disk its blocks are already there, and a
 // power cut in between leaves a whole record.
 static bool ReplaceFile(const char* path, const DeviceSettings& image) {
     const int file = open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
     if (file < 0) return false;
-    const bool written = write(file, &image, sizeof image) == sizeof image && ftruncate(file, sizeof image) == 0;
+    const bool written = WriteWhole(file, image) && ftruncate(file, sizeof image) == 0;
     const bool synced = fsync(file) == 0;
     return close(file) == 0 && written && synced;
 }
