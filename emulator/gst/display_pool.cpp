@@ -1,5 +1,7 @@
 #include "gst/display_pool.h"
 
+#include <optional>
+
 #include "devices/display.h"
 #include "gst/display_slots.h"
 
@@ -21,27 +23,44 @@ static gboolean SetConfig(GstBufferPool* pool, GstStructure* config) {
 
 static void ReleaseMemory(gpointer pixels) { ReleaseSlot(*SlotOf(pixels)); }
 
+// A slot's memory for a frame, or none.
+static GstMemory* TakeSlot(gsize bytes) {
+    const std::optional<uint32_t> slot = bytes <= kDisplaySlotBytes ? ClaimSlot() : std::nullopt;
+    if (!slot) return nullptr;
+    uint8_t* const pixels = SlotPixels(*slot);
+    return gst_memory_new_wrapped(static_cast<GstMemoryFlags>(0), pixels, bytes, 0, bytes, pixels, ReleaseMemory);
+}
+
 static GstFlowReturn AllocBuffer(GstBufferPool* pool, GstBuffer** buffer, GstBufferPoolAcquireParams*) {
     const gsize bytes = TESSEL_DISPLAY_POOL(pool)->bytes;
-    const std::optional<uint32_t> slot = bytes <= kDisplaySlotBytes ? ClaimSlot() : std::nullopt;
-    if (slot) {
-        uint8_t* const pixels = SlotPixels(*slot);
-        *buffer =
-            gst_buffer_new_wrapped_full(static_cast<GstMemoryFlags>(0), pixels, bytes, 0, bytes, pixels, ReleaseMemory);
-    } else {
-        *buffer = gst_buffer_new_allocate(nullptr, bytes, nullptr);
-    }
+    GstMemory* const slot = TakeSlot(bytes);
+    *buffer = slot ? gst_buffer_new() : gst_buffer_new_allocate(nullptr, bytes, nullptr);
+    if (slot) gst_buffer_append_memory(*buffer, slot);
     return *buffer ? GST_FLOW_OK : GST_FLOW_ERROR;
 }
 
+static std::optional<uint32_t> SlotIn(GstBuffer* buffer) {
+    GstMapInfo map;
+    if (!gst_buffer_map(buffer, &map, GST_MAP_READ)) return std::nullopt;
+    const std::optional<uint32_t> slot = SlotOf(map.data);
+    gst_buffer_unmap(buffer, &map);
+    return slot;
+}
+
+// A pool that began while another still held the slots would copy frames for good: it takes over slots as they become
+// free.
 static GstFlowReturn AcquireBuffer(GstBufferPool* pool, GstBuffer** buffer, GstBufferPoolAcquireParams* parameters) {
     const GstFlowReturn flow =
         GST_BUFFER_POOL_CLASS(tessel_display_pool_parent_class)->acquire_buffer(pool, buffer, parameters);
-    GstMapInfo map;
-    if (flow != GST_FLOW_OK || !gst_buffer_map(*buffer, &map, GST_MAP_READ)) return flow;
-    if (const std::optional<uint32_t> slot = SlotOf(map.data)) BeginSlot(*slot);
-    gst_buffer_unmap(*buffer, &map);
-    return flow;
+    if (flow != GST_FLOW_OK) return flow;
+    if (!SlotIn(*buffer)) {
+        if (GstMemory* const slot = TakeSlot(TESSEL_DISPLAY_POOL(pool)->bytes)) {
+            gst_buffer_replace_all_memory(*buffer, slot);
+            GST_BUFFER_FLAG_UNSET(*buffer, GST_BUFFER_FLAG_TAG_MEMORY);  // or the pool would not take it back
+        }
+    }
+    if (const std::optional<uint32_t> slot = SlotIn(*buffer)) BeginSlot(*slot);
+    return GST_FLOW_OK;
 }
 
 static void tessel_display_pool_init(TesselDisplayPool*) {}
