@@ -6,7 +6,7 @@
 // is seen at each of them must be what the old layout shows there, at all places, or what the new one does. Black,
 // windows of two layouts and tears between layouts are seen so; a tear between two frames of the same source is not.
 //
-//     layout_switch [SWITCHES]        a thousand without an argument, some ten minutes
+//     layout_switch [SWITCHES]        at each rate; a thousand without an argument, some twenty minutes
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>

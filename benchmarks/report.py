@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""Writes docs/performance.md and its plots from what the benchmarks found: report.py FIGURES SECONDS
+"""Writes docs/performance.md and its plots from what the benchmarks found: report.py FIGURES SECONDS LOAD
 
-FIGURES has a JSON object {"table", "row", "columns"} a line, SECONDS is how long it took to make them. Usually called
-by benchmarks/run. What a section says about its table stands in SECTIONS; all numbers come from FIGURES. The same
+FIGURES has a JSON object {"table", "row", "columns"} a line, SECONDS is how long it took to make them, LOAD what others
+asked of the machine before. Usually called by benchmarks/run. What a section says about its table stands in SECTIONS; all numbers come from FIGURES. The same
 figures give the same bytes, but for the report's head.
 """
 import json
@@ -11,6 +11,7 @@ import pathlib
 import re
 import subprocess
 import sys
+import textwrap
 import time
 
 import matplotlib
@@ -25,7 +26,7 @@ REPORT, PLOTS = ROOT / "docs/performance.md", ROOT / "docs/performance"
 #   text    what is measured and how it is to be read
 #   aims    column: at most this much; a column's name stands for that column's value in the same row
 #   bars    columns that are drawn as bars beside each other, one group a row
-#   curve   (x, y): two columns that are drawn against each other with a fitted line, one point a row
+#   curve   (x, y, one of x): two columns that are drawn against each other with a fitted line, one point a row
 #   log     the bars' axis is logarithmic
 SECTIONS = [
     dict(table="layout switch", title="From a layout command to the picture",
@@ -56,15 +57,15 @@ SECTIONS = [
          text="Processor time of the daemon's own threads while a picture runs, without those that GStreamer makes for "
               "streaming, decoding and composing.", bars=["ms/s"]),
     dict(table="scale telnet clients", title="More telnet clients",
-         text="What connected clients cost the daemon.", curve=("clients", "daemon ms/s")),
+         text="What connected clients cost the daemon.", curve=("clients", "daemon ms/s", "client")),
     dict(table="scale commands", title="More commands",
          text="What commands cost the daemon, by how many come a second.",
-         curve=("commands/s", "daemon ms/s")),
+         curve=("commands/s", "daemon ms/s", "command a second")),
     dict(table="scale boards", title="More boards", text="Boards side by side on this machine.",
-         curve=("boards", "% of a core")),
+         curve=("boards", "% of a core", "board")),
     dict(table="scale picture size", title="Larger pictures",
          text="The whole daemon, pipelines included, by the size of the display.",
-         curve=("megapixels", "% of a core")),
+         curve=("megapixels", "% of a core", "megapixel")),
     dict(table="sound cost", title="What sound costs",
          text="Processor time for a second of sound, beside `gst-launch-1.0` with the same elements and links on a "
               "second board at the same time.", bars=["ms/s"]),
@@ -164,6 +165,8 @@ def draw_bars(section, rows):
     axes.margins(x=0.12)
     if section.get("log"):
         axes.set_xscale("log")
+        axes.set_xlim(left=1)
+        axes.xaxis.set_major_formatter(lambda value, _: number(value))
     if len(series) > 1:
         axes.legend(frameon=False, loc="lower left", bbox_to_anchor=(0, 1), ncols=len(series))
     else:
@@ -181,7 +184,7 @@ def fit(points):
 
 
 def draw_curve(section, rows):
-    x, y = section["curve"]
+    x, y, one = section["curve"]
     xs, ys = dict(column(section, rows, x)), dict(column(section, rows, y))
     points = sorted((xs[row], ys[row]) for row in xs if row in ys)
     slope, start = fit(points)
@@ -189,8 +192,8 @@ def draw_curve(section, rows):
     figure, axes = pyplot.subplots(figsize=(5.5, 3))
     axes.plot(ends, [start + slope * end for end in ends], color="#bbbbbb")
     axes.plot(*zip(*points), "o")
-    axes.set(xlabel=x, ylabel=y, ylim=(0, None))
-    text = f"Fitted line: {number(start)} {y}, and {number(slope)} more for each of {x}."
+    axes.set(xlabel=x, ylabel=y, ylim=(0, 1.1 * max(value for _, value in points)))
+    text = f"Fitted line: {number(start)} {y} and {number(slope)} more for each {one}."
     return text + "\n\n" + save(figure, section)
 
 
@@ -212,11 +215,11 @@ def aim_text(section, rows):
                   if name in columns and columns[name] > (columns[limit] if isinstance(limit, str) else limit)]
         verdict = "missed by " + ", ".join(map(plain, missed)) if missed else "kept"
         sentences.append(f"{name} at most {limit}: **{verdict}**.")
-    return "Aims: " + " ".join(sentences)
+    return textwrap.fill("Aims: " + " ".join(sentences), 120)
 
 
 def section_text(section, rows):
-    parts = [f"## {section['title']}", section["text"]]
+    parts = [f"## {section['title']}", textwrap.fill(section["text"], 120)]
     if not rows:
         return "\n\n".join(parts + ["Not run."])
     parts.append(table_text(rows))
@@ -238,7 +241,7 @@ def processor():
     return models[0] if models else os.uname().machine
 
 
-def head(seconds):
+def head(seconds, load):
     changes = output_of("git", "status", "--porcelain", "--", ".", ":!docs")
     commit = output_of("git", "rev-parse", "--short", "HEAD") + (" and uncommitted changes" if changes else "")
     return f"""# Performance
@@ -248,6 +251,7 @@ Written by `benchmarks/run`, which measures all of it anew; a change here would 
 | | |
 |---|---|
 | machine | {len(os.sched_getaffinity(0))} processors, {processor()}, Linux {os.uname().release} |
+| its load before | {load} |
 | date | {time.strftime("%Y-%m-%d %H:%M")} |
 | commit | {commit} |
 | took | {seconds // 60} min {seconds % 60} s |
@@ -257,15 +261,16 @@ and its emulated board share the machine, so the emulator's own work is in most 
 
 
 def main():
-    if len(sys.argv) != 3:
-        fail("usage: report.py FIGURES SECONDS")
-    tables = read_figures(sys.argv[1])
+    if len(sys.argv) != 4:
+        fail("usage: report.py FIGURES SECONDS LOAD")
+    _, figures, seconds, load = sys.argv
+    tables = read_figures(figures)
     matplotlib.rcParams.update(LOOK)
     PLOTS.mkdir(exist_ok=True)
     for old in PLOTS.glob("*.svg"):
         old.unlink()
     sections = [section_text(section, tables.get(section["table"])) for section in SECTIONS]
-    REPORT.write_text("\n\n".join([head(int(sys.argv[2]))] + sections) + "\n")
+    REPORT.write_text("\n\n".join([head(int(seconds), load)] + sections) + "\n")
     print(REPORT)
 
 
