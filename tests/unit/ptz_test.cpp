@@ -17,7 +17,8 @@ TEST(Ptz, StepsByTheControlsOwnStepOrByAHundredthOfItsRange) {
         {kCoarse, 0, 3, 30},
         {kCoarse, -90, -3, -100},
         {kFine, 500, -5, 450},
-        {kHundred, 50, 1, 51},                         // 100 steps still count as coarse
+        {kHundred, 50, 1, 51},                         //
+        {{0, 1005, 10}, 0, 20, 200},                   // 100 steps, with a rest, still count as coarse: not 201
         {{0, 101, 1}, 50, 5, 55},                      // 101 do not: 505 / 100
         {{0, 150, 1}, 50, -1, 49},                     // toward zero, not -2
         {kOdd, 500, 1, 510},                           // 105 steps of 10: a hundredth of 1050 is 10.5
