@@ -2,8 +2,8 @@
 """Writes docs/performance.md and its plots from what the benchmarks found: report.py FIGURES SECONDS LOAD
 
 FIGURES has a JSON object {"table", "row", "columns"} a line, SECONDS is how long it took to make them, LOAD what others
-asked of the machine before. Usually called by benchmarks/run. What a section says about its table stands in SECTIONS; all numbers come from FIGURES. The same
-figures give the same bytes, but for the report's head.
+asked of the machine before. Usually called by benchmarks/run. What a section says about its table stands in SECTIONS;
+all numbers come from FIGURES. The same figures give the same bytes, but for the report's head.
 """
 import json
 import os
@@ -31,12 +31,12 @@ REPORT, PLOTS = ROOT / "docs/performance.md", ROOT / "docs/performance"
 SECTIONS = [
     dict(table="layout switch", title="From a layout command to the picture",
          text="From a layout command on telnet, by the board's port on this machine, to the first frame of the new "
-              "layout in the display's memory; the refresh that would bring it to a screen comes up to 17 ms later. The "
-              "supervision looks at the settings every 100 ms, half of which is waiting on the average; then comes the "
-              "next frame of the display, which half a frame's time lies before on the average, and its composition. "
-              "Each frame that was displayed around a switch is judged at 9,216 places, by the colours of the sources: "
-              "it must be the old layout at all of them, or the new one. That sees black, half-applied layouts and "
-              "tears between layouts; it does not see a tear between two frames of the same source.",
+              "layout in the display's memory; the refresh that would bring it to a screen comes up to 17 ms later. "
+              "The supervision looks at the settings every 100 ms, half of which is waiting on the average; then "
+              "comes the next frame of the display, half a frame later on the average, and its composition. Each "
+              "frame that was displayed around a switch is judged at 9,216 places, by the colours of the sources: it "
+              "must be the old layout at all of them, or the new one. That sees black, half-applied layouts and tears "
+              "between layouts; it does not see a tear between two frames of the same source.",
          aims={"median ms": 70, "p99 ms": 140, "wrong frames": 0}),
     dict(table="start and recovery", title="Start and recovery",
          text="From the event to the first frame that shows its outcome, beside the sum of the waits that are "
@@ -268,7 +268,7 @@ Written by `benchmarks/run`, which measures all of it anew; a change here would 
 
 | | |
 |---|---|
-| machine | {len(os.sched_getaffinity(0))} processors, {processor()}, Linux {os.uname().release} |
+| machine | {len(os.sched_getaffinity(0))} processors, {processor()}, Linux {os.uname().release.split("-")[0]} |
 | its load before | {load} |
 | date | {time.strftime("%Y-%m-%d %H:%M")} |
 | commit | {commit} |
