@@ -1,5 +1,7 @@
 #include "gst/compose_parallel.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
@@ -35,6 +37,7 @@ static void PaintBands(PaintJob& job) {
 }
 
 static void Help(Painters& painters) {
+    pthread_setname_np(pthread_self(), "painter");  // else it would go by the name of whoever started it
     std::shared_ptr<PaintJob> job;
     for (;;) {
         std::unique_lock guard(painters.lock);

@@ -1,5 +1,5 @@
-// A buffer pool over the display memory, so that the picture is composed where it is shown. While no slot is
-// free for a buffer, it is ordinary memory and the sink copies it.
+// A buffer pool over the display memory, so that the picture is composed where it is shown. While no slot is free for
+// a buffer, it is ordinary memory and the sink copies it.
 #pragma once
 
 #include <gst/gst.h>
