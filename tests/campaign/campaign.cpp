@@ -15,7 +15,6 @@
 #include <filesystem>
 #include <fstream>
 #include <optional>
-#include <set>
 #include <string>
 
 #include "report.h"
@@ -54,8 +53,13 @@ static std::string Try(Bench& bench, const Family& family) {
     bench.tries = 1;
     bench.pictureWithin = kPictureWithin;
     ++bench.step;
-    const std::string done = family.step(bench);
-    if (bench.board) CheckBench(bench);
+    std::string done = "broken off: ";
+    try {
+        done = family.step(bench);
+        if (bench.board) CheckBench(bench);
+    } catch (const std::exception& error) {  // of the board's answers: there were none
+        Expect(bench, false, std::string("an emulator that answers, not ") + error.what());
+    }
     return done;
 }
 
@@ -71,32 +75,46 @@ static void KeepLoss(std::ofstream& log, const Options& options, const Slice& sl
         << Output(bench.board) << "\n";
 }
 
-static void RunSlice(const Options& options, const Slice& slice, std::string_view run) {
+static void Add(Json& kinds, const std::string& kind, unsigned tries, bool lost) {
+    Json& tally = kinds.emplace(kind, Json{{"tried", 0}, {"lost", 0}}).first.value();
+    tally["tried"] = tally["tried"].get<unsigned>() + tries;
+    tally["lost"] = tally["lost"].get<unsigned>() + lost;
+}
+
+static void RunSlice(const Options& options, const Slice& slice, const std::string& run) {
     const Family& family = *slice.family;
-    std::ofstream log(LogPath(options, slice));
-    SliceResult result{
-        .run = std::string(run), .form = kForms[options.form], .family = std::string(family.name), .seed = slice.seed};
+    const std::string path = LogPath(options, slice);
+    std::ofstream log(path);
     Bench bench{.board = {}, .random = std::mt19937(slice.seed)};
+    Json kinds = Json::object();
     unsigned losses = 0;
     const auto start = Clock::now();
     for (unsigned step = 1; step <= slice.steps && losses < kLossesBorne; ++step) {
         bench.complaint.clear();
         if (family.onBoard && (!bench.board || bench.step == family.stepsPerBoard)) StartBench(bench, family.options);
-        const std::string done = bench.complaint.empty() ? Try(bench, family) : "start: " + bench.complaint;
+        const std::string done = bench.complaint.empty() ? Try(bench, family) : "start: ";
         const bool lost = !bench.complaint.empty();
-        Count(result, done.substr(0, done.find(':')), bench.tries, lost);
-        Worst(result, bench.worst);
-        log << step << " " << Seconds(Clock::now() - start).count() << " s  " << done << " (" << bench.memory.size()
-            << ", " << (bench.memory.empty() ? 0 : bench.memory.back()) << " kB)" << std::endl;
+        Add(kinds, done.substr(0, done.find(':')), bench.tries, lost);
+        log << step << ", " << Seconds(Clock::now() - start).count() << " s: " << done << std::endl;
         if (!lost) continue;
         ++losses;
         KeepLoss(log, options, slice, bench, step);
-        fprintf(stderr, "LOST %s, step %u: %s\n    %s\n", LogPath(options, slice).c_str(), step, done.c_str(),
-                bench.complaint.c_str());
+        fprintf(stderr, "LOST %s, step %u: %s\n    %s\n", path.c_str(), step, done.c_str(), bench.complaint.c_str());
         bench.board.reset();
     }
-    result.seconds = Seconds(Clock::now() - start).count();
-    Append(options.out, result);
+    Json worst = Json::object();
+    if (family.onBoard)
+        worst = {{"answer", bench.worst.answer},
+                 {"picture", bench.worst.picture},
+                 {"patGap", bench.worst.patGap},
+                 {"kilobytes", bench.worst.kilobytes}};
+    Append(options.out, {{"run", run},
+                         {"form", kForms[options.form]},
+                         {"family", family.name},
+                         {"seed", slice.seed},
+                         {"seconds", Seconds(Clock::now() - start).count()},
+                         {"kinds", kinds},
+                         {"worst", worst}});
 }
 
 // ---- All of them

@@ -19,10 +19,6 @@
 
 #include "board_run.h"
 
-inline constexpr unsigned kWarmUpSteps = 3;      // libraries keep threads and memory from their first faults
-inline constexpr long kMemoryAllowed = 2048;     // kB of its own that the daemon may have gained since the warm-up
-inline constexpr double kLongestPatGap = 15;     // s, half of the watchdog's time-out
-inline constexpr double kAnswerWithin = 0.2;     // s
 inline constexpr double kPictureWithin = 4 + 3;  // s: quiet of the plugs, pause, scan, first second of a life; and 3
 
 inline constexpr const char* kCamerasAtRest[] = {"speakerphone", "hd-mjpeg"};  // of ports 1 and 2, where they are

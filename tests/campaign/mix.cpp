@@ -48,6 +48,6 @@ static std::string Step(Bench& bench) {
 
 const Family Mix = {
     .name = "mix",
-    .steps = {4, 60, 5000},
+    .steps = {3, 16, 1440},
     .options = {"--camera1", kCamerasAtRest[0], "--camera2", kCamerasAtRest[1], "--hdmi-in", "1280x720p30"},
     .step = Step};

@@ -77,6 +77,6 @@ static std::string Step(Bench& bench) {
 }
 
 const Family Sound = {.name = "sound",
-                      .steps = {4, 40, 800},
+                      .steps = {2, 20, 500},
                       .options = {"--camera1", kCamerasAtRest[0], "--camera2", kCamerasAtRest[1]},
                       .step = Step};
