@@ -41,8 +41,7 @@ struct Bench {
     unsigned step = 0;           // since the board was started
     std::string complaint = {};  // the first of this step; empty: survived
     Figures rest = {}, worst = {};
-    long threadsWithSound = 0;
-    std::vector<long> memory = {};  // kB at rest with sound, every tenth step
+    std::vector<long> memory = {};  // kB at rest with sound, every fifth step
 };
 
 struct Family {
