@@ -122,3 +122,10 @@ TEST_F(Dispatch, EveryMatchingRowRunsInTableOrder) {
     EXPECT_EQ(StatusBroadcast, 1);
     EXPECT_EQ(Console("<USBSTREAM><SKEY 3> <S2>"), "ACK\r\nACK\r\nReceived USBSTREAM\nACK\r\n");
 }
+
+TEST_F(Dispatch, SelectionThatTheBoardDoesNotHaveIsRefusedOnTheConsoleOnly) {
+    DeviceId = 1;
+    EXPECT_EQ(Console("<SS1>"), "NACK\r\nCommand not recognized.\n");
+    EXPECT_EQ(Network("$SS1$"), "ACK\r\n");
+    EXPECT_EQ(Settings.View, kViewS1);
+}
