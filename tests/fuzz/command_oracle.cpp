@@ -32,22 +32,20 @@ static int NoteCall(const char* handler, const int32_t* arguments) {
     return arguments != nullptr && arguments[0] % 3 == 1 ? 1 : 0;  // some fail
 }
 
-#define HANDLERS(DO)                                                                                                   \
-    DO(CycleCorner)                                                                                                    \
-    DO(SwapCommand)                                                                                                    \
-    DO(ShowHdmiAbove)                                                                                                  \
-    DO(ShowUsbAbove) DO(PressFrontKey) DO(PressInputKey) DO(ShowBlack) DO(ShowPicture) DO(BlankOutput) DO(InvertInput) \
-        DO(NoteUsbStreaming) DO(NoteUsbIdle) DO(StoreHdmiAudioLocal) DO(StoreAnalogAudioLocal) DO(StoreUsb1AudioLocal) \
-            DO(StoreUsb2AudioLocal) DO(StoreMuteButtonMode) DO(StartAudioTest) DO(StopAudioTest) DO(SetJpegParse)      \
-                DO(SetOutputLocal) DO(SetOutputNetwork) DO(ResetUsbInputsCommand) DO(Pan) DO(Tilt) DO(Zoom)            \
-                    DO(RecallCameraPreset) DO(StoreCameraPreset) DO(Save) DO(RestoreDefaults) DO(SetDeviceId)          \
-                        DO(SetStatusBroadcast) DO(SetNetworkLogCommand) DO(KeepFirmware) DO(SetIpAddressLocal)         \
-                            DO(SetIpAddressNetwork) DO(SetNetmaskLocal) DO(SetNetmaskNetwork) DO(SetDhcpLocal)         \
-                                DO(SetDhcpNetwork) DO(SetGateway) DO(SetMacAddress) DO(QuitLocal) DO(QuitNetwork)      \
-                                    DO(RestartLocal) DO(RestartNetwork) DO(ResetLocal) DO(ResetNetwork)                \
-                                        DO(RebootCommand) DO(SerialLoopTest) DO(TopTest) DO(I2cTest)                   \
-                                            DO(BuildStatusReport) DO(SendNetworkStatus) DO(SendSerialPoll)             \
-                                                DO(SendNetworkPoll) DO(LanTest) DO(SendDiagnosticLog)
+// clang-format off
+#define HANDLERS(DO)                                                                                                  \
+    DO(CycleCorner) DO(SwapCommand) DO(ShowHdmiAbove) DO(ShowUsbAbove) DO(PressFrontKey) DO(PressInputKey)            \
+    DO(ShowBlack) DO(ShowPicture) DO(BlankOutput) DO(InvertInput) DO(NoteUsbStreaming) DO(NoteUsbIdle)                \
+    DO(StoreHdmiAudioLocal) DO(StoreAnalogAudioLocal) DO(StoreUsb1AudioLocal) DO(StoreUsb2AudioLocal)                 \
+    DO(StoreMuteButtonMode) DO(StartAudioTest) DO(StopAudioTest) DO(SetJpegParse) DO(SetOutputLocal)                  \
+    DO(SetOutputNetwork) DO(ResetUsbInputsCommand) DO(Pan) DO(Tilt) DO(Zoom) DO(RecallCameraPreset)                   \
+    DO(StoreCameraPreset) DO(Save) DO(RestoreDefaults) DO(SetDeviceId) DO(SetStatusBroadcast)                         \
+    DO(SetNetworkLogCommand) DO(KeepFirmware) DO(SetIpAddressLocal) DO(SetIpAddressNetwork) DO(SetNetmaskLocal)       \
+    DO(SetNetmaskNetwork) DO(SetDhcpLocal) DO(SetDhcpNetwork) DO(SetGateway) DO(SetMacAddress) DO(QuitLocal)          \
+    DO(QuitNetwork) DO(RestartLocal) DO(RestartNetwork) DO(ResetLocal) DO(ResetNetwork) DO(RebootCommand)             \
+    DO(SerialLoopTest) DO(TopTest) DO(I2cTest) DO(BuildStatusReport) DO(SendNetworkStatus) DO(SendSerialPoll)         \
+    DO(SendNetworkPoll) DO(LanTest) DO(SendDiagnosticLog)
+// clang-format on
 #define STAND_IN(handler) \
     int handler(const int32_t* arguments) { return NoteCall(#handler, arguments); }
 HANDLERS(STAND_IN)
