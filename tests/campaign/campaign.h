@@ -53,7 +53,8 @@ struct Family {
     unsigned stepsPerBoard = 100;  // then a fresh one takes over
 };
 
-extern const Family Cameras, Signals, Clients, Sound, Mix;
+extern const Family Cameras, Signals, Clients, Sound, I2c, SettingsFiles, SettingsBoards, Calls, Tools, Elements,
+    Events, Mix;
 
 // ---- Drawing from the seed ----
 

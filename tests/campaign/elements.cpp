@@ -1,0 +1,103 @@
+// What a pipeline's elements may report or do: errors and warnings of every code, the end of their stream, a stall.
+#include <array>
+#include <string>
+
+#include "campaign.h"
+#include "picture_probe.h"
+
+static constexpr const char* kVideo[] = {"src1",      "src2",    "src3",       "capsfilter1", "capsfilter3",
+                                         "videocrop", "decode1", "decode2",    "queue1",      "queue2",
+                                         "mix",       "valve",   "video_sink", "overlay_sink"};
+static constexpr const char* kAudio[] = {"usbAudioInput1",  "analogAudioInput", "analogAudioOutput",
+                                         "audioConvert1",   "audioResample1",   "audioCapsFilter1",
+                                         "volume1",         "audiomixer",       "tee",
+                                         "analogInTee",     "audioOutTee",      "audioInputSink",
+                                         "audioOutputSink", "usb1AudioOutSink", "audioHdmiOutputSink"};
+static constexpr int kMostCode = 16;
+
+enum Code { kFailed = 1, kBusy = 4, kBufferPool = 13 };
+
+static const char* AnyElement(Bench& bench, bool video) { return video ? Any(bench, kVideo) : Any(bench, kAudio); }
+
+static bool Says(const Bench& bench, const std::string& text, size_t from) {
+    return Output(bench.board).find(text, from) != std::string::npos;
+}
+
+// The pipeline may just be built anew, and the element be none at the moment: posted until it is heard.
+static void PostUntilHeard(Bench& bench, const char* element, const char* word, int code) {
+    const size_t from = OutputSize(bench.board);
+    const bool heard = WaitUntil(30, [&] {
+        Do(bench, {"fault", "element", element, word, std::to_string(code)});
+        Pause(0.5);
+        return Says(bench, "***** Code: " + std::to_string(code) + "\n", from);
+    });
+    Expect(bench, heard, std::string("a message of ") + element + " heard");
+}
+
+// It may just have been between two lives.
+static void ExpectNewSound(Bench& bench, size_t from) {
+    Expect(bench, WaitForOutput(bench.board, "Playing audio pipeline...\n", 20, from), "sound built anew");
+}
+
+static std::string PostError(Bench& bench) {
+    const bool video = Below(bench, 2) == 0;
+    const char* element = AnyElement(bench, video);
+    const int code = 1 + int(Below(bench, kMostCode));
+    const size_t from = OutputSize(bench.board);
+    PostUntilHeard(bench, element, "error", code);
+    const bool both = code == kFailed || code == kBufferPool;
+    if (both) Expect(bench, WaitForOutput(bench.board, "Video pipeline destroyed.\n", 10, from), "video built anew");
+    if (both || code == kBusy) ExpectNewSound(bench, from);
+    return "element, error: " + std::string(element) + ", code " + std::to_string(code);
+}
+
+// Of sound only: the video thread does not take warnings.
+static std::string PostWarning(Bench& bench) {
+    const char* element = AnyElement(bench, false);
+    const int code = 1 + int(Below(bench, kMostCode));
+    const size_t from = OutputSize(bench.board);
+    PostUntilHeard(bench, element, "warning", code);
+    ExpectNewSound(bench, from);
+    return "element, warning: " + std::string(element) + ", code " + std::to_string(code);
+}
+
+static void BuildAnew(Bench& bench) {
+    const size_t from = OutputSize(bench.board);
+    Type(bench.board, "<ENJPEGPARSE 0>\n");
+    Expect(bench, WaitForOutput(bench.board, "Video pipeline destroyed.\n", 10, from), "the pipeline taken down");
+}
+
+// An ended stream is only logged: its picture stands, or its sound is gone, until something else builds anew.
+static std::string EndStream(Bench& bench) {
+    const char* element = AnyElement(bench, Below(bench, 2) == 0);
+    Do(bench, {"fault", "element", element, "end"});
+    PauseUpTo(bench, 3);
+    Answer(bench, "console telnet http");
+    BuildAnew(bench);
+    return "element, end of stream: " + std::string(element);
+}
+
+// Either it flows again, or the pipeline is taken down with its threads held.
+static std::string Stall(Bench& bench) {
+    const char* element = AnyElement(bench, Below(bench, 2) == 0);
+    Do(bench, {"fault", "element", element, "stall"});
+    PauseUpTo(bench, 3);
+    Answer(bench, "console telnet http");
+    const bool anew = Below(bench, 2) == 0;
+    if (anew) BuildAnew(bench);
+    Do(bench, {"fault", "element", element, "off"});
+    return std::string("element, stall: ") + element + (anew ? ", taken down" : ", flows again");
+}
+
+static std::string Step(Bench& bench) {
+    static constexpr std::array kKinds{PostError, PostError, PostWarning, EndStream, Stall};
+    const std::string line = Any(bench, kKinds)(bench);
+    Expect(bench, ShowsFull(bench.board, '1', 10), "a running picture");
+    return line;
+}
+
+const Family Elements{.name = "elements",
+                      .steps = {4, 200, 2'000},
+                      .options = {"--camera1", "speakerphone", "--camera2", "hd-mjpeg", "--hdmi-in", "1920x1080p30",
+                                  "--env", "GST_TRACERS=tesselfaults"},
+                      .step = Step};
