@@ -38,6 +38,15 @@ static std::string NoiseOnSerial(Bench& bench) {
     return "noise on the serial line: with breaks";
 }
 
+// The line obeys XOFF, and answers find no room in it: they are lost until XON, and nothing else is.
+static std::string HoldSerial(Bench& bench) {
+    Do(bench, {"serial", "\\x13"});
+    Expect(bench, Do(bench, {"serial", "<POLL>"}).empty(), "no answer on a line that is held");
+    Answer(bench, "console telnet http");
+    Do(bench, {"serial", "\\x11"});
+    return "serial line held: by XOFF";
+}
+
 // ---- Text clients
 
 // Two rounds through the server: whatever was sent before has been read.
@@ -155,11 +164,11 @@ static std::string ResetBrowsers(Bench& bench) {
 }
 
 static std::string Step(Bench& bench) {
-    static constexpr std::string (*kFaults[])(Bench&) = {NoiseOnConsole, NoiseOnSerial, SplitCommands, Flood,
-                                                         FullHouse,      HalfOpen,      NeverRead,     SlowBrowser,
-                                                         HugeRequest,    ResetBrowsers};
+    static constexpr std::string (*kFaults[])(Bench&) = {NoiseOnConsole, NoiseOnSerial, HoldSerial,   SplitCommands,
+                                                         Flood,          FullHouse,     HalfOpen,     NeverRead,
+                                                         SlowBrowser,    HugeRequest,   ResetBrowsers};
     return kFaults[bench.step % std::size(kFaults)](bench);
 }
 
 const Family Clients = {
-    .name = "clients", .steps = {10, 100, 8000}, .options = {"--camera1", kCamerasAtRest[0]}, .step = Step};
+    .name = "clients", .steps = {11, 110, 8800}, .options = {"--camera1", kCamerasAtRest[0]}, .step = Step};
