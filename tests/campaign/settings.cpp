@@ -203,7 +203,8 @@ static std::string FailSave(Bench& bench) {
     SaveImage(save.after);
     if (fault.call == "read") Expect(bench, StartWith().empty() || StartWith() == save.after, "no half record read");
     hook = nullptr;
-    const std::string what = std::string(fault.call) + (fault.verdict.error ? strerror(fault.verdict.error) : " short");
+    const std::string what =
+        std::string(fault.call) + " " + (fault.verdict.error ? strerrorname_np(fault.verdict.error) : "short");
     ExpectEither(bench, save, "after " + what);
     SaveImage(save.after);
     Expect(bench, StartWith() == save.after, "the new record from an undisturbed save");
@@ -256,7 +257,7 @@ static std::string FileStep(Bench& bench) {
     return line;
 }
 
-const Family SettingsFiles = {.name = "settings", .steps = {400, 20'000, 500'000}, .onBoard = false, .step = FileStep};
+const Family SettingsFiles = {.name = "settings", .steps = {200, 10'000, 200'000}, .onBoard = false, .step = FileStep};
 
 // ---- The same on a board
 
