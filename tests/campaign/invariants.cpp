@@ -12,6 +12,7 @@
 #include "bench/control_client.h"
 #include "campaign.h"
 #include "picture_probe.h"
+#include "process_figures.h"
 #include "settings/device_settings.h"
 #include "tcp_client.h"
 
@@ -142,22 +143,12 @@ bool Answer(Bench& bench, std::string_view channels) {
 
 // ---- At rest
 
-// Of the process alone: frames lie in memory that it shares with the emulated devices.
-static long OwnKilobytes(int pid) {
-    std::ifstream file("/proc/" + std::to_string(pid) + "/status");
-    for (std::string word; file >> word;) {
-        long kilobytes = 0;
-        if (word == "RssAnon:" && file >> kilobytes) return kilobytes;
-    }
-    return 0;
-}
-
 static Figures FiguresNow(const Json& daemon) {
     Figures now;
     now.threads = daemon.value("threads", 0L);
     now.descriptors = daemon.value("descriptors", 0L);
     now.processes = daemon.value("processes", 0L);
-    now.kilobytes = OwnKilobytes(daemon["pid"]);
+    now.kilobytes = FiguresOf(daemon["pid"]).ownKilobytes;
     return now;
 }
 

@@ -21,6 +21,15 @@ static std::vector<long> FieldsBehindName(const std::string& folder) {
     return fields;
 }
 
+static long OwnKilobytes(const std::string& folder) {
+    std::ifstream file(folder + "/status");
+    for (std::string word; file >> word;) {
+        long kilobytes = 0;
+        if (word == "RssAnon:" && file >> kilobytes) return kilobytes;
+    }
+    return 0;
+}
+
 ProcessFigures FiguresOf(int pid) {
     constexpr size_t kUserTime = 11, kSystemTime = 12, kThreads = 17, kResidentPages = 21;
     const std::string folder = "/proc/" + std::to_string(pid);
@@ -32,6 +41,7 @@ ProcessFigures FiguresOf(int pid) {
     return {.cpuSeconds = double(fields[kUserTime] + fields[kSystemTime]) / double(sysconf(_SC_CLK_TCK)),
             .wallSeconds = SecondsNow(),
             .residentKilobytes = fields[kResidentPages] * (sysconf(_SC_PAGESIZE) / 1024),
+            .ownKilobytes = OwnKilobytes(folder),
             .threads = fields[kThreads],
             .descriptors = descriptors};
 }

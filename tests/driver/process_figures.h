@@ -7,6 +7,7 @@ struct ProcessFigures {
     double cpuSeconds;  // user and system, all threads, since its start
     double wallSeconds;
     long residentKilobytes;
+    long ownKilobytes;  // of these, what no other process shares: frames lie in memory of the emulated devices
     long threads, descriptors;
 };
 
