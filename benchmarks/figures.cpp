@@ -27,10 +27,10 @@ void ReportRow(const std::string& table, const std::string& row, const std::vect
         AppendJson(path, {{"table", table}, {"row", row}, {"columns", values}});
 }
 
-double Quantile(std::vector<double> values, double part) {
+double Quantile(std::vector<double> values, double share) {
     if (values.empty()) return 0;
     std::ranges::sort(values);
-    return values[size_t(double(values.size() - 1) * part + 0.5)];
+    return values[size_t(double(values.size() - 1) * share + 0.5)];
 }
 
 double Median(std::vector<double> values) { return Quantile(std::move(values), 0.5); }

@@ -14,4 +14,4 @@ struct FigureColumn {
 void ReportRow(const std::string& table, const std::string& row, const std::vector<FigureColumn>& columns);
 
 double Median(std::vector<double> values);                 // 0 for none
-double Quantile(std::vector<double> values, double part);  // part 0 to 1: 0.99 is the 99th percentile
+double Quantile(std::vector<double> values, double share);  // share 0 to 1: 0.99 is the 99th percentile
