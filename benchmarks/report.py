@@ -73,17 +73,17 @@ SECTIONS = [
          text="Resident and anonymous memory without and with pipelines, and how it grows while nothing happens."),
     dict(table="scale telnet clients", title="More telnet clients",
          text="An idle client costs nothing, since the thread sleeps in one `select` over all of them; ten commands a "
-              "second cost the same from one client as from thirty.", curve=("clients", "10 commands/s, LAN ms/s")),
+              "second cost the same from one client as from thirty.", curve=("clients", "10 commands/s, LAN ms/s", "client")),
     dict(table="scale commands", title="More commands",
          text="A straight line: nearly all of a command is the compilation of the 70 patterns, and that gets cheaper "
               "as caches stay warm. One thread answers, so it ends where a core is full.",
-         curve=("commands/s", "LAN ms/s")),
+         curve=("commands/s", "LAN ms/s", "command a second")),
     dict(table="scale boards", title="More boards",
          text="Boards side by side on this machine share nothing, so the sum grows with their number.",
-         curve=("boards", "all boards % of a core")),
+         curve=("boards", "all boards % of a core", "board")),
     dict(table="scale picture size", title="Larger pictures",
          text="The whole daemon, pipelines included, by the size of the display: composing grows with it, decoding the "
-              "cameras and the sound do not.", curve=("megapixels", "ms/frame")),
+              "cameras and the sound do not.", curve=("megapixels", "ms/frame", "megapixel")),
     dict(table="sound cost", title="What sound costs",
          text="Processor time for a second of sound, beside `gst-launch-1.0` with the same elements and links on a "
               "second board at the same time.", bars=["ms/s"]),
