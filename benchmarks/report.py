@@ -66,8 +66,8 @@ SECTIONS = [
     dict(table="own cost", title="What the daemon itself costs",
          text="Processor time of the daemon's own threads while a picture, sound and the keypad run, without those "
               "that GStreamer makes for streaming, decoding and composing. Beside them the bare accesses: a program on "
-              "a second board that makes the same accesses at the same times and nothing else, which is the floor. A "
-              "call that the emulator answers costs 7 to 14 µs here; on the appliance it is an ordinary system call.",
+              "a second board that makes the same accesses at the same times and nothing else, which is the floor. "
+              "What the emulator answers costs a wake-up here; on the appliance it is an ordinary system call.",
          bars=["ms/s", "bare accesses ms/s"]),
     dict(table="own memory", title="What the daemon keeps in memory",
          text="Resident and anonymous memory without and with pipelines, and how it grows while nothing happens."),
