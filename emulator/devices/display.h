@@ -11,7 +11,7 @@
 inline constexpr const char* kDisplayPath = "/opt/board/display";  // inside the sandbox
 inline constexpr uint32_t kDisplayMagic = 0x44564c54;              // "TLVD"
 inline constexpr size_t kDisplayWidthLimit = 3840, kDisplayHeightLimit = 2160;
-inline constexpr size_t kDisplaySlots = 3;
+inline constexpr uint32_t kDisplaySlots = 3;
 inline constexpr size_t kDisplaySlotBytes = kDisplayWidthLimit * kDisplayHeightLimit * 4;
 inline constexpr size_t kDisplayFirstSlot = 4096;  // offset of slot 0 in the file
 inline constexpr size_t kDisplayFileBytes = kDisplayFirstSlot + kDisplaySlots * kDisplaySlotBytes;
