@@ -120,6 +120,12 @@ Board StartNewBoard(const Words& words) {
     return board;
 }
 
+Board StartShowing(const Words& words) {
+    Board board = StartNewBoard(words);
+    if (!WaitForPicture(board)) throw std::runtime_error("no picture: " + Output(board));
+    return board;
+}
+
 Board RunScript(const std::string& script, Words options) {
     options.insert(options.end(), {"--daemon", "/bin/sh", "--no-restart", "--", "-c",
                                    "cd /home/root; " + script + "\necho script ended; sleep 1000"});
@@ -181,6 +187,18 @@ bool WaitForOutput(const Board& board, std::string_view text, double seconds, si
     });
 }
 
+bool TypeAndWait(const Board& board, const std::string& text, std::string_view until, double seconds) {
+    const size_t from = OutputSize(board);
+    Type(board, text);
+    return WaitForOutput(board, until, seconds, from);
+}
+
+std::string Command(const Board& board, const std::string& command) {
+    const size_t from = OutputSize(board);
+    TypeAndWait(board, command + "\n", "ACK\r\n");
+    return Output(board).substr(from);
+}
+
 std::string TypeAndRead(const Board& board, const std::string& line, double seconds) {
     const size_t from = OutputSize(board);
     Type(board, line);
@@ -234,7 +252,15 @@ std::vector<std::string> ShellLines(const Board& board) {
     return lines;
 }
 
-Json Status(const Board& board) { return Json::parse(Ctl(board, {"status"}).out); }
+std::string SerialText(const Board& board) {
+    std::string text;
+    for (const Json& entry : TraceLines(board, "serial"))
+        if (entry["node"] == "/dev/ttymxc2") text += entry.value("received", "");
+    return text;
+}
+
+Json AskJson(const Board& board, const Words& words) { return Json::parse(Ctl(board, words).out); }
+Json Status(const Board& board) { return AskJson(board, {"status"}); }
 
 // Straight from the display memory: a PNG of 1080p takes longer than many a deadline of these tests.
 std::optional<Picture> TakePicture(const Board& board) { return ReadDisplay(board->folder / "volatile/display"); }
@@ -279,7 +305,12 @@ bool WaitForSound(const Board& board) {
     return plays;
 }
 
-std::vector<uint8_t> SavedSettings(const Board& board) {
-    std::ifstream file(BoardFile(board, "home/root/config.bin"), std::ios::binary);
+std::string FileText(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::vector<uint8_t> SavedSettings(const Board& board) {
+    const std::string bytes = FileText(BoardFile(board, "home/root/config.bin"));
+    return {bytes.begin(), bytes.end()};
 }

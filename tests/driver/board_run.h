@@ -42,6 +42,7 @@ std::string BoardFile(const Board& board, const std::string& path);  // host pat
 // Console output is collected from here on.
 void StartBoard(const Board& board, const Words& words);
 Board StartNewBoard(const Words& words);
+Board StartShowing(const Words& words);  // with a picture on display; throws what the console says instead
 
 // A board that runs this shell script in the daemon's place, prints "script ended", and then waits to be asked.
 Board RunScript(const std::string& script, Words options = {});
@@ -62,8 +63,13 @@ std::string Output(const Board& board);                  // everything so far, b
 size_t OutputSize(const Board& board);
 bool WaitForOutput(const Board& board, std::string_view text, double seconds, size_t from = 0);
 void CloseConsole(const Board& board);  // end of input
+bool TypeAndWait(const Board& board, const std::string& text, std::string_view until, double seconds = 15);
 std::string TypeAndRead(const Board& board, const std::string& line,
-                        double seconds = 0.5);  // what came behind the line
+                        double seconds = 0.5);                        // what came behind the line
+std::string Command(const Board& board, const std::string& command);  // what the console shows up to its answer
+
+// The serial line: what it received since the trace was cleared.
+std::string SerialText(const Board& board);
 
 // Control verbs.
 struct CtlAnswer {
@@ -75,6 +81,7 @@ CtlAnswer Play(const Board& board, const std::string& scenario);               /
 CtlAnswer Play(const std::string& scenario);                                   // on a board of its own
 std::vector<Json> TraceLines(const Board& board, std::string_view what = {});  // all kinds, or one
 std::vector<std::string> ShellLines(const Board& board);                       // what was run through `sh -c`, in order
+Json AskJson(const Board& board, const Words& words);
 Json Status(const Board& board);
 
 // The displayed picture.
@@ -84,6 +91,8 @@ std::optional<Picture> SavePicture(const Board& board);  // the same through `ct
 // Until the predicate holds for a picture taken now.
 bool WaitUntilPicture(const Board& board, double seconds, const std::function<bool(const Picture&)>& holds);
 bool WaitUntil(double seconds, const std::function<bool()>& holds);
+
+std::string FileText(const std::string& path);
 
 // Settings record: bytes of the saved file (empty when there is none).
 std::vector<uint8_t> SavedSettings(const Board& board);

@@ -13,8 +13,7 @@ static int Saves(const Board& board, size_t from) {
 }
 
 TEST(Autosave, OnlyACountedFieldSaves) {
-    const Board board = StartNewBoard({"--camera1", "fullhd-mjpeg"});
-    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    const Board board = StartShowing({"--camera1", "fullhd-mjpeg"});
     Pause(kOnePeriod);
     const size_t from = OutputSize(board);
     const auto saved = SavedSettings(board);

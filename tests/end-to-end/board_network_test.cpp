@@ -1,19 +1,12 @@
-// The emulator's loopback ports, with servers of our own on an otherwise empty board; the network cable and what the
-// board's programs tell of it.
-#include <fcntl.h>
+// The emulator's loopback ports, with the daemon behind them; the network cable and what the board's programs tell of
+// it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
-#include <fstream>
-#include <thread>
+#include <sstream>
 
 #include "process_figures.h"
 #include "tcp_client.h"
@@ -23,17 +16,11 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-static constexpr uint16_t kTelnetOnBoard = 50000;
+static constexpr const char* kListening = "Telnet - Waiting for connections ...\n";
+static const std::string kPollAnswer = "S1\r\nBLACK => disabled\r\nACK\r\n";
 
 static void WaitForProgram(const Board& board) {
     EXPECT_TRUE(WaitUntil(10, [&] { return Status(board)["daemon"].value("pid", 0) > 0; }));
-}
-
-// A board whose only program sleeps.
-static Board StartEmptyBoard() {
-    Board board = StartNewBoard({"--daemon", "/usr/bin/sleep", "--", "infinity"});
-    WaitForProgram(board);
-    return board;
 }
 
 static void PowerCycle(const Board& board) {
@@ -41,163 +28,66 @@ static void PowerCycle(const Board& board) {
     WaitForProgram(board);
 }
 
-static void EnterBoard(int process) {
-    for (const char* kind : {"user", "net"}) {
-        const std::string name = "/proc/" + std::to_string(process) + "/ns/" + kind;
-        const int space = open(name.c_str(), O_RDONLY | O_CLOEXEC);
-        if (setns(space, 0) != 0) _exit(100);
-        close(space);
-    }
-}
-
-static int ListenOnBoard() {
-    const int listening = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(kTelnetOnBoard);
-    if (bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) _exit(101);
-    if (listen(listening, 128) != 0) _exit(102);
-    return listening;
-}
-
-// A process of ours behind the board's telnet port; it ends with its owner.
-struct BoardServer {
-    pid_t process = -1;
-    BoardServer(const Board& board, int (*serve)(int listening)) {
-        const int daemon = Status(board)["daemon"]["pid"];
-        int ready[2];
-        if (pipe(ready) != 0) return;
-        process = fork();
-        if (process == 0) {
-            signal(SIGPIPE, SIG_IGN);
-            EnterBoard(daemon);
-            const int listening = ListenOnBoard();
-            if (write(ready[1], "", 1) != 1) _exit(103);
-            _exit(serve(listening));
-        }
-        close(ready[1]);
-        char listens;
-        EXPECT_EQ(read(ready[0], &listens, 1), 1);
-        close(ready[0]);
-    }
-    BoardServer(const BoardServer&) = delete;
-    ~BoardServer() {
-        if (process <= 0) return;
-        kill(process, SIGKILL);
-        waitpid(process, nullptr, 0);
-    }
-    int Result() {  // of `serve`
-        int status = 0;
-        waitpid(process, &status, 0);
-        process = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-};
-
-static char buffer[65536];
-
-// Every client at once gets back what it sends, until it sends no more.
-static int ServeEcho(int listening) {
-    std::vector<pollfd> sockets{{.fd = listening, .events = POLLIN, .revents = 0}};
-    while (poll(sockets.data(), sockets.size(), -1) > 0) {
-        const std::vector<pollfd> ready = sockets;
-        if (ready[0].revents)
-            sockets.push_back({.fd = accept(listening, nullptr, nullptr), .events = POLLIN, .revents = 0});
-        for (size_t i = 1; i < ready.size(); ++i) {
-            if (!ready[i].revents) continue;
-            const ssize_t size = recv(ready[i].fd, buffer, sizeof buffer, 0);
-            if (size > 0) send(ready[i].fd, buffer, size_t(size), 0);
-            if (size > 0) continue;
-            close(ready[i].fd);
-            std::erase_if(sockets, [&](const pollfd& socket) { return socket.fd == ready[i].fd; });
-        }
-    }
-    return 0;
-}
-
-static bool ResetByServer(const TcpClient& client) {
+static bool IsReset(const TcpClient& client) {
     char byte;
     pollfd ready{.fd = client.socket, .events = POLLIN, .revents = 0};
     return poll(&ready, 1, int(5000 * Patience())) > 0 && recv(client.socket, &byte, 1, 0) < 0 && errno == ECONNRESET;
 }
 
 static int ParentOf(int process) {
-    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+    std::istringstream file(FileText("/proc/" + std::to_string(process) + "/stat"));
     int own = 0, parent = 0;
     std::string name, state;
     file >> own >> name >> state >> parent;
     return parent;
 }
 
-static int EmulatorOf(const Board& board) { return ParentOf(ParentOf(Status(board)["daemon"]["pid"])); }
-
-TEST(BoardPorts, CarryManyClientsEveryByteAndForgetThem) {
-    const Board board = StartEmptyBoard();
-    const BoardServer server(board, ServeEcho);
-    const int emulator = EmulatorOf(board);
+// Bytes by the million pass in the tests of the diagnostic log and of HTTP.
+TEST(BoardPorts, CarryManyClientsAndForgetThem) {
+    const Board board = StartNewBoard({});
+    ASSERT_TRUE(WaitForOutput(board, kListening, 20)) << Output(board);
+    const int emulator = ParentOf(ParentOf(Status(board)["daemon"]["pid"]));
     const long before = FiguresOf(emulator).descriptors;
     {
         std::vector<TcpClient> clients;
-        for (int i = 0; i < 100; ++i) clients.emplace_back(TelnetPort(board));
-        for (size_t i = 0; i < clients.size(); ++i) EXPECT_TRUE(Send(clients[i], std::to_string(i) + ";"));
-        for (size_t i = 0; i < clients.size(); ++i) EXPECT_EQ(Receive(clients[i], ";"), std::to_string(i) + ";");
+        for (int i = 0; i < 25; ++i) {
+            clients.emplace_back(TelnetPort(board));
+            EXPECT_TRUE(Send(clients.back(), "$POLL$"));
+            EXPECT_EQ(Receive(clients.back(), "ACK\r\n"), kPollAnswer) << i;
+        }
         for (size_t i = 0; i < clients.size(); i += 2) Reset(clients[i]);
 
-        const TcpClient client(TelnetPort(board));
-        std::string sent(8 << 20, '\0');
-        for (size_t i = 0; i < sent.size(); ++i) sent[i] = char(i * 2654435761U >> 24);
-        std::thread sender([&] {
-            EXPECT_TRUE(Send(client, sent));
-            CloseSending(client);
-        });
-        const std::string received = ReceiveAll(client, 20);  // the server answers an end with an end
-        sender.join();
-        EXPECT_TRUE(received == sent) << received.size();
-        EXPECT_TRUE(IsClosed(client, 1));
+        // Nobody takes the second one's end before the first has been waited for.
+        const TcpClient silent(HttpPort(board)), ended(HttpPort(board));
+        Send(ended, "GET /$POLL$ HTTP/1.1\r\n\r\n");
+        CloseSending(ended);
+        const double busy = FiguresOf(emulator).cpuSeconds;
+        Pause(1);
+        EXPECT_LT(FiguresOf(emulator).cpuSeconds - busy, 0.4) << "an end that stands is told once";
+        EXPECT_EQ(ReceiveAll(ended), kPollAnswer);
     }
     EXPECT_TRUE(WaitUntil(5, [&] { return FiguresOf(emulator).descriptors == before; }));
 }
 
-TEST(BoardPorts, PassOnResets) {
-    const Board board = StartEmptyBoard();
-    const TcpClient refused(TelnetPort(board));
-    EXPECT_TRUE(ResetByServer(refused)) << "nobody listens on the board";
-
-    // The client vanishes while nothing moves, its own direction ended before.
-    BoardServer watches(board, [](int listening) {
-        const int vanishing = accept(listening, nullptr, nullptr);
-        if (recv(vanishing, buffer, sizeof buffer, 0) != 0) return 1;
-        if (send(vanishing, "ended\n", 6, 0) != 6) return 2;
-        pollfd lost{.fd = vanishing, .events = 0, .revents = 0};
-        return poll(&lost, 1, 10'000) == 1 && lost.revents & POLLERR ? 0 : 3;
-    });
-    TcpClient vanishes(TelnetPort(board));
-    CloseSending(vanishes);
-    EXPECT_EQ(Receive(vanishes, "\n"), "ended\n");
-    const int emulator = EmulatorOf(board);
-    const double busy = FiguresOf(emulator).cpuSeconds;
-    Pause(0.5);
-    EXPECT_LT(FiguresOf(emulator).cpuSeconds - busy, 0.1) << "an end that stands is told once";
-    Reset(vanishes);
-    EXPECT_EQ(watches.Result(), 0);
-}
-
 TEST(BoardPorts, OutliveAPowerCycleWhichResetsConnections) {
-    const Board board = StartEmptyBoard();
+    const Board board = StartNewBoard({});
     const int port = TelnetPort(board);
     for (int round = 0; round < 2; ++round) {
-        const BoardServer server(board, ServeEcho);
+        ASSERT_TRUE(WaitUntil(20, [&] { return Telnet(board, "$POLL$", "ACK\r\n", 1) == kPollAnswer; }));
         const TcpClient client(port);
-        EXPECT_TRUE(Send(client, "on;"));
-        EXPECT_EQ(Receive(client, ";"), "on;");
+        EXPECT_TRUE(Send(client, "$POLL$"));
+        EXPECT_EQ(Receive(client, "ACK\r\n"), kPollAnswer);
         PowerCycle(board);
-        EXPECT_TRUE(ResetByServer(client));
+        EXPECT_TRUE(IsReset(client));
         EXPECT_EQ(TelnetPort(board), port);
     }
 }
 
 TEST(BoardPorts, AreAnnouncedAndRefusedWhenTaken) {
-    const Board first = StartEmptyBoard();
+    const Board first = StartNewBoard({"--daemon", "/usr/bin/sleep", "--", "infinity"});
+    WaitForProgram(first);
+    const TcpClient refused(TelnetPort(first));
+    EXPECT_TRUE(IsReset(refused)) << "nobody listens on the board";
     const std::string http = std::to_string(HttpPort(first)), telnet = std::to_string(TelnetPort(first));
     EXPECT_THAT(Output(first), HasSubstr("HTTP:  http://127.0.0.1:" + http + "/\nTelnet: 127.0.0.1 " + telnet + "\n"));
 
@@ -210,8 +100,7 @@ TEST(BoardPorts, AreAnnouncedAndRefusedWhenTaken) {
 // The board's own programs, typed into a shell in the daemon's place.
 static std::string RunOn(const Board& board, const std::string& line) {
     const size_t from = OutputSize(board);
-    Type(board, line + "; echo '<end>'\n");
-    EXPECT_TRUE(WaitForOutput(board, "<end>\n", 10, from)) << line;
+    EXPECT_TRUE(TypeAndWait(board, line + "; echo '<end>'\n", "<end>\n")) << line;
     return Output(board).substr(from);
 }
 

@@ -22,20 +22,11 @@ static std::string AnswersIn(const std::string& output) {
     return answers;
 }
 
-static std::string SerialAnswers(const Board& board) {
-    std::string answers;
-    for (const Json& entry : TraceLines(board, "serial"))
-        if (entry["node"] == "/dev/ttymxc2" && entry.contains("received"))
-            answers += entry["received"].get<std::string>();
-    return answers;
-}
-
 static const std::string kNoise200(200, '#');
 static const std::string kRefused = std::string("NACK\r\n") + kFraming;
 
 TEST(Console, GoldenTranscript) {
-    const Board board = StartNewBoard({"--camera1", "hd-mjpeg"});
-    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    const Board board = StartShowing({"--camera1", "hd-mjpeg"});
     const size_t start = OutputSize(board);
     std::string expected;
     for (const Exchange& exchange : {
@@ -71,13 +62,13 @@ TEST(Console, GoldenTranscript) {
          }) {
         EXPECT_EQ(Ctl(board, {"serial", exchange.sent}).status, 0);
         expected += exchange.answer;
-        EXPECT_TRUE(WaitUntil(5, [&] { return SerialAnswers(board).size() >= expected.size(); }));
-        ASSERT_EQ(SerialAnswers(board), expected) << exchange.sent;
+        EXPECT_TRUE(WaitUntil(5, [&] { return SerialText(board).size() >= expected.size(); }));
+        ASSERT_EQ(SerialText(board), expected) << exchange.sent;
     }
     // More than a read takes: the next command is answered.
     Ctl(board, {"serial", kNoise200 + ">"});
     Ctl(board, {"serial", "<SS2>"});
-    EXPECT_TRUE(WaitUntil(5, [&] { return SerialAnswers(board).ends_with(kRefused + "ACK\r\n"); }));
+    EXPECT_TRUE(WaitUntil(5, [&] { return SerialText(board).ends_with(kRefused + "ACK\r\n"); }));
 }
 
 TEST(Console, EndOfInputEndsTheProcess) {

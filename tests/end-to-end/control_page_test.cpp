@@ -120,9 +120,7 @@ TEST(ControlPage, ButtonsOfLayoutsAndOfInputs) {
                                            {"$BS$", {{'2', 0, 162, 1344, 918}, {'1', 1344, 378, 1920, 702}}}}));
 
     // The board becomes an input switcher; its page is another one.
-    const size_t from = OutputSize(board);
-    Type(board, "<DEVICEID 1>\n");
-    EXPECT_TRUE(WaitForOutput(board, "ACK\r\n", 10, from));
+    EXPECT_TRUE(TypeAndWait(board, "<DEVICEID 1>\n", "ACK\r\n"));
     ASSERT_NO_FATAL_FAILURE(Reload(browser));
     ExpectLayout(browser, {.title = "ZEPHO Configuration Panel",
                            .names = {"Source 1", "Source 2", "Source 3", "Source 4"},

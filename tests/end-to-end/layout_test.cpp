@@ -34,8 +34,7 @@ static void ExpectLayouts(const Board& board, const std::vector<LayoutCase>& lay
 static const Words kThreeSources = {"--camera1", "fullhd-mjpeg", "--camera2", "hd-mjpeg", "--hdmi-in", "1920x1080p30"};
 
 TEST(Layout, EveryPlaceOnFullHd) {
-    const Board board = StartNewBoard(kThreeSources);
-    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    const Board board = StartShowing(kThreeSources);
     ExpectLayouts(board, kLayouts1080);
 
     // USB 2 and HDMI share a place; the switch decides which of them is seen.
@@ -51,8 +50,7 @@ TEST(Layout, EveryPlaceOnFullHd) {
 TEST(Layout, EveryPlaceOn1366x768) {
     Words words = kThreeSources;
     words.insert(words.end(), {"--monitor", "1366x768"});
-    const Board board = StartNewBoard(words);
-    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    const Board board = StartShowing(words);
     ExpectLayouts(board, {{"<SS2>", {{'2', 0, 192, 683, 576}, {'1', 683, 192, 1366, 576}}},
                           {"<BS1>", {{'1', 0, 115, 956, 653}, {'2', 956, 269, 1366, 499}}},
                           {"<PPTR2>", {{'1', 910, 13, 1353, 262}}}});
@@ -65,8 +63,7 @@ static bool IsBlack(const Picture& picture) {
 }
 
 TEST(Layout, BlackAndFlip) {
-    const Board board = StartNewBoard(kThreeSources);
-    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    const Board board = StartShowing(kThreeSources);
     ExpectLayouts(board, {{"<S1>", {{'1', 0, 0, 1920, 1080}}}});
     Type(board, "<BLK>\n");
     EXPECT_TRUE(WaitUntilPicture(board, 4, IsBlack));

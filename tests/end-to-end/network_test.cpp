@@ -2,8 +2,6 @@
 // network tools. What a command ran, what the tools then hold and what was saved must agree.
 #include <gmock/gmock.h>
 
-#include <fstream>
-
 #include "board_run.h"
 #include "tcp_client.h"
 
@@ -31,11 +29,6 @@ static std::string Saved(const Board& board) {
             : record[kDhcp] == 0 ? "static "
                                  : "neither ") +
            Dotted(record, kIpAddress) + " " + Dotted(record, kNetmask) + " " + Dotted(record, kGateway);
-}
-
-static std::string FileText(const std::string& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 // As the tools hold it; empty until one of them has set something.
@@ -73,10 +66,8 @@ static std::string StaticLine(const Board& board, const std::string& addresses) 
 
 // The answer to a line typed on the console: "ACK", "NACK", or nothing.
 static std::string Answer(const Board& board, const std::string& command) {
-    const size_t from = OutputSize(board);
-    Type(board, command + "\n");
-    if (!WaitForOutput(board, kAck, 10, from)) return "";
-    return Output(board).find("NACK\r\n", from) != std::string::npos ? "NACK" : "ACK";
+    const std::string shown = Command(board, command);
+    return shown.find(kAck) == shown.npos ? "" : shown.find("NACK\r\n") == shown.npos ? "ACK" : "NACK";
 }
 
 // Up, its network set up, and quiet: on DHCP every status report takes the lease into the record.

@@ -61,23 +61,9 @@ static std::string Profile(const Board& board, const std::string& name, const Mo
     return file;
 }
 
-static Json CameraNow(const Board& board, int camera) {
-    return Json::parse(Ctl(board, {"camera", std::to_string(camera)}).out);
-}
-
-static int ValueOf(const Board& board, int camera, const char* control) {
-    return CameraNow(board, camera)["controls"][control]["value"];
-}
+static Json CameraNow(const Board& board, int camera) { return AskJson(board, {"camera", std::to_string(camera)}); }
 
 // ---- The bench
-
-// What the console shows from the command to its answer.
-static std::string Command(const Board& board, const std::string& text) {
-    const size_t from = OutputSize(board);
-    Type(board, text + "\n");
-    EXPECT_TRUE(WaitForOutput(board, "ACK\r\n", 15, from)) << text;
-    return Output(board).substr(from);
-}
 
 static bool IsAccepted(const std::string& answer) { return answer.find("NACK\r\n") == std::string::npos; }
 
@@ -207,7 +193,7 @@ TEST(Ptz, CamerasWithoutAControlAreRefused) {
 
 TEST(Ptz, WorkersEndByThemselves) {
     const Board board = StartCameras(kWide, kBySpeed);
-    const auto pan = [&] { return ValueOf(board, 1, "pan"); };
+    const auto pan = [&] { return CameraNow(board, 1)["controls"]["pan"]["value"].get<int>(); };
     const auto sendOff = [&] {  // away from the nearer end
         const int before = pan(), way = before > 0 ? -1 : 1;
         Command(board, "<PAN 1 " + std::to_string(2 * way) + ">");

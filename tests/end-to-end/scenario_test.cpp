@@ -2,21 +2,14 @@
 #include <gmock/gmock.h>
 
 #include <fstream>
-#include <iterator>
 
 #include "picture_probe.h"
 
 using testing::HasSubstr;
 using testing::Not;
 
-static std::string Written(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 TEST(Playing, WhatIsDoneIsRecordedAndPlayedAgain) {
-    const Board board = StartNewBoard({"--camera1", "hd-mjpeg"});
-    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
+    const Board board = StartShowing({"--camera1", "hd-mjpeg"});
     Type(board, "<SS1>\n");
     ASSERT_EQ(Ctl(board, {"camera", "2", "plug", "hd-mjpeg"}).status, 0);
     Ctl(board, {"status"});
@@ -34,8 +27,8 @@ TEST(Playing, WhatIsDoneIsRecordedAndPlayedAgain) {
     ASSERT_EQ(Ctl(board, {"console", "<TB1>"}).status, 0);
     ASSERT_EQ(Ctl(board, {"record", "stop"}).status, 0);
     ASSERT_EQ(Ctl(board, {"console", "<S1>"}).status, 0);
-    EXPECT_THAT(Written(path), HasSubstr("board --camera1 hd-mjpeg --camera2 hd-mjpeg --monitor 1080p60\n"));
-    EXPECT_THAT(Written(path), Not(HasSubstr("<S1>")));
+    EXPECT_THAT(FileText(path), HasSubstr("board --camera1 hd-mjpeg --camera2 hd-mjpeg --monitor 1080p60\n"));
+    EXPECT_THAT(FileText(path), Not(HasSubstr("<S1>")));
     ASSERT_TRUE(ShowsFull(board, '1')) << Seen(board);
 
     std::ofstream(path, std::ios::app) << "expect picture 1 at 960x540+480+0\nexpect picture 2 at 960x540+480+540\n"

@@ -1,8 +1,6 @@
 // The board's sound cards as the real tools find them: alsa-utils and GStreamer run as the board's program.
 #include <gmock/gmock.h>
 
-#include <fstream>
-
 #include "board_run.h"
 #include "sound/sound_tones.h"
 
@@ -10,11 +8,10 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
-static Json Audio(const Board& board) { return Json::parse(Ctl(board, {"audio"}).out); }
+static Json Audio(const Board& board) { return AskJson(board, {"audio"}); }
 
 static std::vector<int16_t> Recording(const Board& board, const std::string& file) {
-    std::ifstream stream(BoardFile(board, "home/root/" + file), std::ios::binary);
-    const std::string bytes(std::istreambuf_iterator<char>(stream), {});
+    const std::string bytes = FileText(BoardFile(board, "home/root/" + file));
     constexpr size_t kHeaderBytes = 44;
     std::vector<int16_t> samples;
     for (size_t i = kHeaderBytes; i + 1 < bytes.size(); i += 2)
@@ -27,8 +24,7 @@ TEST(SoundCard, ToolsFindTheCardsThatComeAndGo) {
                                   {"--camera1", "speakerphone", "--camera2", "fullhd-mjpeg"});
     const auto shell = [&](const std::string& line) {
         const size_t from = OutputSize(board);
-        Type(board, line + "\n");
-        EXPECT_TRUE(WaitForOutput(board, "done\n", 10, from)) << line;
+        EXPECT_TRUE(TypeAndWait(board, line + "\n", "done\n")) << line;
         return Output(board).substr(from);
     };
     const std::string speakerphone = "card 3: Camera [HD Speakerphone Camera], device 0: USB Audio [USB Audio]\n";

@@ -91,8 +91,9 @@ TEST(StartUp, GovernorCoresAndOldKernelRegister) {
     const Board board = StartNewBoard({"--old-kernel"});
     ASSERT_TRUE(WaitForOutput(board, "creating Gstreamer video thread", 30)) << Output(board);
     for (const char* core : {"cpu0", "cpu1"}) {
-        std::ifstream file(BoardFile(board, "volatile/sys/devices/system/cpu/") + core + "/cpufreq/scaling_governor");
-        EXPECT_THAT(std::string(std::istreambuf_iterator<char>(file), {}), HasSubstr("performance")) << core;
+        const std::string file =
+            BoardFile(board, "volatile/sys/devices/system/cpu/") + core + "/cpufreq/scaling_governor";
+        EXPECT_THAT(FileText(file), HasSubstr("performance")) << core;
     }
     const std::string memory = BoardFile(board, "volatile/dev/mem");
     const auto isSet = [&] {
@@ -111,8 +112,7 @@ TEST(StartUp, MissingCodecIsReportedAndStartGoesOn) {
     ASSERT_EQ(Ctl(board, {"fault", "sound", "analog", "gone"}).status, 0);
     Ctl(board, {"trace", "--clear"});
     const size_t from = OutputSize(board);
-    Type(board, "<RESTART>\n");
-    ASSERT_TRUE(WaitForOutput(board, "creating Gstreamer audio thread", 30, from)) << Output(board);
+    ASSERT_TRUE(TypeAndWait(board, "<RESTART>\n", "creating Gstreamer audio thread", 30)) << Output(board);
     EXPECT_THAT(Output(board).substr(from), HasSubstr("Audio channel setup failed.\nInitialization failed.\n"));
     EXPECT_THAT(ShellLines(board), Not(testing::Contains("dmesg -n 1")));
 }
@@ -165,8 +165,7 @@ TEST(StartUp, UpgradeScriptTakesOver) {
     WriteFile(stick / "install.sh", "echo installing in $(pwd)\n");
     fs::remove(BoardFile(board, "home/root/config.bin"));
     const size_t from = OutputSize(board);
-    Type(board, "<RESTART>\n");
-    ASSERT_TRUE(WaitForOutput(board, "UPGRADE MODE DETECTED!\n", 20, from)) << Output(board);
+    ASSERT_TRUE(TypeAndWait(board, "<RESTART>\n", "UPGRADE MODE DETECTED!\n", 20)) << Output(board);
     ASSERT_TRUE(WaitForOutput(board, "installing in /run/media/sda1/quendalupdate\n", 10, from)) << Output(board);
     Pause(3);
     EXPECT_THAT(Output(board).substr(from), Not(HasSubstr("In main: creating")));
@@ -185,9 +184,7 @@ TEST(Settings, DamagedFilesAreReplacedByDefaults) {
         StartBoard(board, {});
         ASSERT_TRUE(WaitForOutput(board, "In main: creating UART thread", 30)) << Output(board);
         EXPECT_THAT(Output(board), HasSubstr(message));
-        const size_t from = OutputSize(board);
-        Type(board, "<RESTART>\n");
-        EXPECT_TRUE(WaitForOutput(board, "Good config checksum.\n", 30, from)) << Output(board);
+        EXPECT_TRUE(TypeAndWait(board, "<RESTART>\n", "Good config checksum.\n", 30)) << Output(board);
     }
 }
 
@@ -196,9 +193,7 @@ static bool IsArmed(const Board& board) { return Status(board)["watchdog"]["arme
 TEST(ProcessControl, QuitDisarmsRestartDoesNot) {
     const Board board = StartNewBoard({});
     ASSERT_TRUE(WaitForOutput(board, "Opening watchdog handle...\n", 30));
-    const size_t from = OutputSize(board);
-    Type(board, "<RESTART>\n");
-    ASSERT_TRUE(WaitForOutput(board, "Opening watchdog handle...\n", 30, from));
+    ASSERT_TRUE(TypeAndWait(board, "<RESTART>\n", "Opening watchdog handle...\n", 30));
     EXPECT_TRUE(WaitUntil(5, [&] { return IsArmed(board); }));
     Type(board, "<QUIT>\n");
     ASSERT_TRUE(WaitUntil(10, [&] { return !IsArmed(board); }));
@@ -234,9 +229,7 @@ TEST(KernelIssue, DisplayFlipTimeoutReboots) {
     const Board board = StartNewBoard({});
     ASSERT_TRUE(WaitForOutput(board, "creating Gstreamer video thread", 30));
     ASSERT_EQ(Ctl(board, {"kernel-log", "mxc_sdc_fb fb@0: timeout when waiting for flip irq"}).status, 0);
-    const size_t from = OutputSize(board);
-    Type(board, "<RESTART>\n");
-    ASSERT_TRUE(WaitForOutput(board, "Kernel issue! Need to restart...\n", 30, from)) << Output(board);
+    ASSERT_TRUE(TypeAndWait(board, "<RESTART>\n", "Kernel issue! Need to restart...\n", 30)) << Output(board);
     ASSERT_TRUE(WaitUntil(15, [&] { return !TraceLines(board, "reset").empty(); }));
     EXPECT_EQ(TraceLines(board, "reset").back()["why"], "reboot");
 }

@@ -42,8 +42,7 @@ TEST(TestTone, FromNormalSoundAndBack) {
     ASSERT_TRUE(WaitForOutput(board, kSoundPlays, 40)) << Output(board);
     ASSERT_TRUE(Plays(board, "analog", 610, kSourceLevel)) << Output(board, "analog");
     size_t from = OutputSize(board);
-    Type(board, "<STARTAUDIOTEST>\n");
-    ASSERT_TRUE(WaitForOutput(board, kTestPlays, 8, from)) << Output(board).substr(from);
+    ASSERT_TRUE(TypeAndWait(board, "<STARTAUDIOTEST>\n", kTestPlays)) << Output(board).substr(from);
     EXPECT_TRUE(PlaysTone(board, "analog")) << Output(board, "analog");
     EXPECT_TRUE(Plays(board, "fpga", 410, kSourceLevel)) << "the line input: " << Output(board, "fpga");
     EXPECT_EQ(Output(board, "usb1")["running"], false);
