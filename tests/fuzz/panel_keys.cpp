@@ -7,14 +7,23 @@
 
 static bool IsView(uint8_t view) { return view <= kViewPPBR || view == kViewTB; }
 
-static uint8_t Step(PanelGestures& state, uint8_t port, uint8_t& everHeld) {
+// Since all buttons were up.
+struct Seen {
+    uint8_t held = 0;
+    int keys = 0, locks = 0;
+};
+
+static uint8_t Step(PanelGestures& state, uint8_t port, Seen& seen) {
     const PanelGestures before = state;
     const PanelWishes wishes = StepPanel(state, port);
-    everHeld |= wishes.pressed;
+    if (before.pressed == 0) seen = {};
+    seen.held |= wishes.pressed;
+    if (state.locked != before.locked) Require(++seen.locks == 1 && (state.pressed & kSwapKey), "locked once a hold");
     if (wishes.key == 0) return 0;
-    Require(wishes.key == before.pressed && (wishes.key & ~everHeld) == 0, "a key was held");
-    Require(wishes.pressed == 0 || wishes.pressed == kMuteKey, "it counts when it is lifted");
-    Require(!before.locked && !before.consumed, "a locked panel has no keys");
+    Require(wishes.key == before.pressed && (wishes.key & ~seen.held) == 0, "a key was held");
+    Require(wishes.pressed == kMuteKey || (wishes.pressed == 0 && seen.keys == 0), "it counts once, when it is lifted");
+    Require(!before.locked && !before.consumed && seen.locks == 0, "a locked panel has no keys");
+    ++seen.keys;
     return wishes.key;
 }
 
@@ -31,17 +40,18 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Input input{.data = data, .left = size};
     const uint8_t deviceId = input.Byte() & 3;
     record.Sbtn = input.Byte();
-    uint8_t everHeld = 0, port = kNothingHeld;
+    Seen seen;
+    uint8_t port = kNothingHeld;
     while (input.left > 0) {
         const uint8_t byte = input.Byte();
         if (byte < 0x80) port = byte;
         for (int passes = byte < 0x80 ? 1 : byte & 0x7F; passes > 0; --passes) {
-            const uint8_t key = Step(state, port, everHeld);
+            const uint8_t key = Step(state, port, seen);
             if (key != 0) ApplyKey(key, deviceId, record, muteIn);
             CheckSettings(record, muteIn);
         }
     }
-    for (int pass = 0; pass <= 2 * kDebouncePasses; ++pass) Step(state, kNothingHeld, everHeld);
+    for (int pass = 0; pass <= 2 * kDebouncePasses; ++pass) Step(state, kNothingHeld, seen);
     Require(state.pressed == 0 && !state.shifted && !state.consumed, "released");
     return 0;
 }

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
 #include <vector>
 
 namespace {
@@ -107,62 +106,6 @@ TEST(PanelExpander, LedsWaitForTheStartAndBehindAChange) {
         EXPECT_EQ(wishes.pressed, held);
         EXPECT_FALSE(wishes.keepLockLed);
     }
-}
-
-// What a walk of random presses has seen so far.
-struct Walk {
-    PanelGestures state;
-    uint8_t port = Port(0);
-    int quietPasses = 0;                        // since the port changed
-    int keysSinceIdle = 0, locksSinceIdle = 0;  // since all buttons were up
-    int keys = 0, locks = 0;
-};
-
-void ExpectKeyIsEarned(Walk& walk, const PanelGestures& before, uint8_t key) {
-    const PanelGestures& now = walk.state;
-    ++walk.keys;
-    EXPECT_FALSE(before.locked || now.locked);
-    EXPECT_EQ(walk.locksSinceIdle, 0) << "the combination was the lock's";
-    EXPECT_EQ(key, before.pressed) << "what was held";
-    EXPECT_NE(before.pressed & ~now.pressed, 0) << "something was let go";
-    EXPECT_TRUE(now.pressed == kShift || (now.pressed == 0 && walk.keysSinceIdle == 0)) << "two keys for one release";
-    ++walk.keysSinceIdle;
-}
-
-void Step(Walk& walk, uint8_t port) {
-    const PanelGestures before = walk.state;
-    const PanelGestures& now = walk.state;
-    const PanelWishes wishes = StepPanel(walk.state, port);
-    walk.quietPasses = port == walk.port ? walk.quietPasses + 1 : 0;
-    walk.port = port;
-    if (wishes.key != 0) ExpectKeyIsEarned(walk, before, wishes.key);
-    if (now.locked != before.locked) {
-        ++walk.locks;
-        EXPECT_EQ(++walk.locksSinceIdle, 1) << "once until all buttons are up";
-        EXPECT_TRUE((now.pressed & kLock) && now.holdTimer == 60);
-    }
-    EXPECT_TRUE(now.pressed == before.pressed || walk.quietPasses == 3);
-    if (now.pressed == 0) walk.keysSinceIdle = walk.locksSinceIdle = 0;
-    EXPECT_TRUE(now.debounceTimer <= 2 && now.holdTimer <= 60 && now.blinkTimer <= 11 && now.startUpTimer <= 40);
-}
-
-// Presses and bounces of every length, the port's eighth bit included: what holds whatever the fingers do.
-TEST(PanelExpander, NothingUnearnedInAMillionPasses) {
-    std::mt19937 random(20240611);
-    const auto below = [&](unsigned limit) { return unsigned(random()) % limit; };
-    Walk walk;
-    int held = 0;
-    for (int passes = 0; passes < 1'000'000 && !HasFailure();) {
-        const bool release = below(8) == 0;
-        held = release ? 0 : below(4) == 0 ? int(below(256)) : held ^ 1 << below(8);
-        const int dwell = release ? 5 : int(below(4) == 0 ? below(150) : below(8));
-        for (int i = 0; i < dwell; ++i, ++passes) Step(walk, uint8_t(held ^ 0x3F));
-        if (!release) continue;
-        EXPECT_EQ(walk.state.pressed | walk.state.ledHoldOff, 0) << "in pass " << passes;
-        EXPECT_FALSE(walk.state.shifted || walk.state.consumed) << "in pass " << passes;
-    }
-    EXPECT_GT(walk.keys, 1000);
-    EXPECT_GT(walk.locks, 1000);
 }
 
 }  // namespace

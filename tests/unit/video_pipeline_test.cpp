@@ -6,7 +6,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 
 #include "gstreamer/bus_messages.h"
 #include "settings/device_settings.h"
@@ -204,25 +203,6 @@ TEST_F(VideoPipelineTest, SettingsAndModelsShapeTheElements) {
               "Before destroying video pipeline.\nVideo pipeline GST_STATE_PAUSED success.\n"
               "Video pipeline GST_STATE_READY success.\nVideo pipeline GST_STATE_NULL success.\n"
               "Video pipeline destroyed.\n");
-}
-
-TEST_F(VideoPipelineTest, ManyLivesLeaveNothingBehind) {
-    using Folder = std::filesystem::directory_iterator;
-    const auto count = [](const char* path) { return std::distance(Folder(path), Folder()); };
-    for (int life = 0; life < 5; ++life) Build(life % 2), Destroy();
-    const auto descriptors = count("/proc/self/fd"), threads = count("/proc/self/task");
-    for (int life = 0; life < 20; ++life) {
-        Build(life % 2);
-        gpointer watched = pipeline.pipeline;
-        g_object_add_weak_pointer(G_OBJECT(pipeline.pipeline), &watched);
-        Destroy();
-        // A helper thread of GStreamer may hold its reference for a moment longer.
-        for (int i = 0; i < 200 && g_atomic_pointer_get(&watched); ++i) g_usleep(10'000);
-        EXPECT_EQ(g_atomic_pointer_get(&watched), nullptr) << "somebody still holds the pipeline";
-    }
-    g_usleep(300'000);  // the cancelled polls end by themselves
-    EXPECT_LE(count("/proc/self/fd"), descriptors);
-    EXPECT_LE(count("/proc/self/task"), threads + 2) << "GLib keeps a few idle threads";
 }
 
 TEST_F(VideoPipelineTest, AMissingElementEndsTheProcessWithItsName) {
