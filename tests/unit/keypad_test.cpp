@@ -65,25 +65,26 @@ TEST(Keypad, OtherCodesChangeNothing) {
 }
 
 TEST(Keypad, DirectViewCodes) {
-    struct Exception {
-        uint8_t code, view, swap;
+    struct Code {
+        uint8_t code, view, swap;  // pressed on view 99, Swap 1
     };
-    const Exception exceptions[] = {{8, 2, 0},  {9, 3, 0},  {10, 4, 0},  {11, 5, 0}, {12, 6, 0},
-                                    {13, 7, 0}, {14, 2, 1}, {15, 3, 1},  {16, 4, 1}, {17, 5, 1},
-                                    {18, 6, 1}, {19, 7, 1}, {22, 21, 0}, {23, 21, 1}};
-    for (int code = 0; code < 256; ++code) {
-        for (uint8_t swap = 0; swap <= 1; ++swap) {
-            Panel panel;
-            StoreViewAndSwap(panel.record, 99, swap);
-            ApplyDirectView(uint8_t(code), panel.record);
-            Exception expected = {uint8_t(code), uint8_t(code < 26 ? code : 99), swap};
-            for (const Exception& row : exceptions)
-                if (row.code == code) expected = row;
-            EXPECT_EQ(panel.record.View, expected.view) << code;
-            EXPECT_EQ(panel.record.Swap, expected.swap) << code;
-            EXPECT_EQ(panel.record.Reserved9, code < 26 ? 0 : kOldReserved) << code;
-            EXPECT_EQ(panel.record.S2Count, 0) << code;
-        }
+    for (const Code& row : {Code{7, 7, 1},
+                            {8, 2, 0},
+                            {13, 7, 0},
+                            {14, 2, 1},
+                            {19, 7, 1},
+                            {20, 20, 1},
+                            {22, 21, 0},
+                            {23, 21, 1},
+                            {25, 25, 1},
+                            {26, 99, 1},
+                            {255, 99, 1}}) {
+        Panel panel;
+        StoreViewAndSwap(panel.record, 99, 1);
+        ApplyDirectView(row.code, panel.record);
+        EXPECT_EQ(panel.record.View, row.view) << int{row.code};
+        EXPECT_EQ(panel.record.Swap, row.swap) << int{row.code};
+        EXPECT_EQ(panel.record.Reserved9, row.view == 99 ? kOldReserved : 0) << int{row.code};
     }
 }
 

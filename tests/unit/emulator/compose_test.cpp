@@ -82,28 +82,6 @@ void ExpectNear(std::array<int, 3> got, std::array<double, 3> wanted, double tol
 
 }  // namespace
 
-TEST(FitRatio, KeepsTheShapeInTheMiddle) {
-    EXPECT_EQ(FitRatio(1280, 720, {0, 0, 1920, 1080}), (Rectangle{0, 0, 1920, 1080}));
-    EXPECT_EQ(FitRatio(1280, 720, {960, 0, 960, 1080}), (Rectangle{960, 270, 960, 540}));
-    EXPECT_EQ(FitRatio(640, 480, {0, 0, 1920, 1080}), (Rectangle{240, 0, 1440, 1080}));
-    EXPECT_EQ(FitRatio(640, 0, {1, 2, 3, 4}), (Rectangle{1, 2, 3, 4}));
-}
-
-TEST(ArrangeScene, LeavesOutWhatCannotBeSeen) {
-    const OwnPicture own = Slopes(32, 32);
-    const auto window = [&](Rectangle area, int alpha = kOpaque) {
-        return VideoWindow{own.picture, area, Turn::kNone, alpha};
-    };
-    const auto seen = [](std::vector<VideoWindow> windows) { return ArrangeScene(windows, 100, 80).size(); };
-    EXPECT_EQ(seen({window({0, 0, 1, 1}), window({0, 0, 50, 0}), window({100, 0, 20, 20}), window({-20, 0, 20, 20}),
-                    window({0, 0, 50, 50}, 0)}),
-              0u);
-    EXPECT_EQ(seen({window({10, 10, 20, 20}), window({0, 0, 50, 50})}), 1u) << "wholly covered";
-    EXPECT_EQ(seen({window({0, 0, 50, 50}), window({10, 10, 20, 20})}), 2u) << "the lower one is larger";
-    EXPECT_EQ(seen({window({10, 10, 20, 20}), window({0, 0, 50, 50}, 128)}), 2u) << "seen through";
-    EXPECT_EQ(seen({window({-50, -50, 300, 300}), window({0, 0, 100, 80})}), 1u) << "covered as far as on the canvas";
-}
-
 TEST(PaintBand, ScalesAndTurnsAnyGeometryExactly) {
     struct Case {
         int width, height;
@@ -170,30 +148,6 @@ TEST(PaintBand, KnowsTheColourEncodings) {
     const OwnPicture grey = DrawPicture(64, 48, {Flat(126), nullptr, nullptr}, Colours::kBt601Full);
     const Screen screen = ComposeOne(grey, {0, 0, 90, 60}, 100, 70, Turn::kMirror);
     ExpectNear(screen.Rgb(30, 30), {126, 126, 126}, 1, 30, 30);
-}
-
-// The same samples interleaved in one plane or in three give the same canvas, at every size and turn.
-TEST(PaintBand, ReadsPackedPicturesLikePlanarOnes) {
-    constexpr int kWidth = 96, kHeight = 50;
-    const OwnPicture planar =
-        DrawPicture(kWidth, kHeight,
-                    {[](double u, double v) { return 16 + 110 * u + 109 * v; },
-                     [](double u, double) { return 30 + 190 * u; }, [](double, double v) { return 30 + 190 * v; }},
-                    Colours::kBt709, 1, 0);
-    std::vector<uint8_t> packed(kWidth * kHeight * 2);  // Y U Y V
-    for (int y = 0; y < kHeight; ++y)
-        for (int x = 0; x < kWidth; ++x) {
-            packed[(y * kWidth + x) * 2] = planar.memory[0][y * kWidth + x];
-            packed[(y * kWidth + x) * 2 + 1] = planar.memory[1 + x % 2][(y * kWidth + x) / 2];
-        }
-    const auto plane = [&](int offset, int step, int width) {
-        return VideoPlane{packed.data() + offset, kWidth * 2, step, width, kHeight};
-    };
-    const OwnPicture yuyv{{},
-                          {{plane(0, 2, kWidth), plane(1, 4, kWidth / 2), plane(3, 4, kWidth / 2)}, Colours::kBt709}};
-    for (const Rectangle area : {Rectangle{0, 0, 96, 50}, Rectangle{-7, 9, 96, 80}, Rectangle{3, 3, 20, 11}})
-        for (const Turn turn : {Turn::kNone, Turn::kQuarter, Turn::kMirror})
-            EXPECT_EQ(ComposeOne(planar, area, 100, 90, turn).pixels, ComposeOne(yuyv, area, 100, 90, turn).pixels);
 }
 
 TEST(PaintBand, LeavesNothingOfTheFormerPictureAndMixesByAlpha) {
