@@ -120,6 +120,12 @@ Board StartNewBoard(const Words& words) {
     return board;
 }
 
+Board StartUntil(std::string_view text, const Words& words) {
+    Board board = StartNewBoard(words);
+    if (!WaitForOutput(board, text, 40)) throw std::runtime_error("waits for " + std::string(text) + Output(board));
+    return board;
+}
+
 Board StartShowing(const Words& words) {
     Board board = StartNewBoard(words);
     if (!WaitForPicture(board)) throw std::runtime_error("no picture: " + Output(board));

@@ -42,7 +42,10 @@ std::string BoardFile(const Board& board, const std::string& path);  // host pat
 // Console output is collected from here on.
 void StartBoard(const Board& board, const Words& words);
 Board StartNewBoard(const Words& words);
-Board StartShowing(const Words& words);  // with a picture on display; throws what the console says instead
+
+// The same until this is said, or a picture is on display; both throw what the console says instead.
+Board StartUntil(std::string_view text, const Words& words);
+Board StartShowing(const Words& words);
 
 // A board that runs this shell script in the daemon's place, prints "script ended", and then waits to be asked.
 Board RunScript(const std::string& script, Words options = {});

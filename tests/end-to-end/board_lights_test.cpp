@@ -2,7 +2,9 @@
 // pictures and sound: a key is pressed to see and hear something.
 #include <gmock/gmock.h>
 
-#include "command_rows.h"
+#include <fstream>
+#include <map>
+
 #include "picture_probe.h"
 
 using Lights = std::map<std::string, int>;
@@ -11,7 +13,7 @@ static void ExpectLights(const Board& board, const Lights& lights) {
     Json leds;
     EXPECT_TRUE(WaitUntil(10,
                           [&] {
-                              leds = Json::parse(Ctl(board, {"leds"}).out);
+                              leds = AskJson(board, {"leds"});
                               return std::ranges::all_of(
                                   lights, [&leds](const auto& light) { return leds[light.first] == light.second; });
                           }))
@@ -31,26 +33,19 @@ static void ExpectToBlink(const Board& board, const std::string& led, int64_t pa
     for (size_t i = 1; i < changes.size(); ++i) EXPECT_GE(changes[i] - changes[i - 1], 51 * passMicroseconds);
 }
 
-static bool Reports(const Board& board, const std::string& line) {
-    const size_t from = OutputSize(board);
-    Type(board, "<GET>\n");
-    return WaitForOutput(board, line, 10, from);
-}
-
 // That source alone, or nothing.
 static void ExpectHeard(const Board& board, const std::string& source) {
     EXPECT_TRUE(WaitUntil(20,
                           [&] {
-                              const Json tones = Json::parse(Ctl(board, {"audio"}).out)["outputs"]["fpga"]["tones"];
+                              const Json tones = AskJson(board, {"audio"})["outputs"]["fpga"]["tones"];
                               return source.empty() ? tones.empty() : tones.size() == 1 && tones.contains(source);
                           }))
         << source << Ctl(board, {"audio"}).out;
 }
 
 TEST(BoardLights, FollowCamerasSignalsAndKeys) {
-    const Board board = StartNewBoard({"--old-kernel", "--camera1", "speakerphone", "--camera2", "fullhd-mjpeg"});
-    ASSERT_TRUE(WaitForPicture(board)) << Output(board);
-    EXPECT_EQ(Json::parse(Ctl(board, {"leds"}).out)["hdmi0-top"], nullptr);
+    const Board board = StartShowing({"--old-kernel", "--camera1", "speakerphone", "--camera2", "fullhd-mjpeg"});
+    EXPECT_EQ(AskJson(board, {"leds"})["hdmi0-top"], nullptr);
     ExpectLights(board, {{"status", 0}, {"camera1", 0}, {"camera2", 0}, {"hdmi0", 1}, {"hdmi1", 1}});
 
     // Too fast for this kernel: the selected port's indicator blinks.
@@ -66,10 +61,10 @@ TEST(BoardLights, FollowCamerasSignalsAndKeys) {
     ASSERT_TRUE(WaitForOutput(board, "Playing audio pipeline...\n", 40)) << Output(board);
     Type(board, "<S1>\n<SBTN 1>\n");
     ExpectHeard(board, "microphone1");
-    EXPECT_TRUE(Reports(board, "Audio Jack => Not Detected\n"));
+    EXPECT_TRUE(TypeAndWait(board, "<GET>\n", "Audio Jack => Not Detected\n"));
     Ctl(board, {"jack", "in"});
     ExpectHeard(board, "line");
-    EXPECT_TRUE(Reports(board, "Audio Jack => Detected\n"));
+    EXPECT_TRUE(TypeAndWait(board, "<GET>\n", "Audio Jack => Detected\n"));
     EXPECT_EQ(Ctl(board, {"key", "64"}).status, 0);
     ExpectHeard(board, "");
     EXPECT_EQ(Ctl(board, {"key", "64"}).status, 0);
@@ -97,7 +92,10 @@ static void Push(const Board& board, int input, const char* how) {
 
 TEST(BoardLights, ButtonsOfTheInputSwitchersSelect) {
     const Board board = MakeBoard();
-    StoreSettings(board, {{Input, 9}});
+    std::string record{"\xAC\xAB\1"};
+    record.resize(136);
+    record[10] = 9;  // an input that there is not
+    std::ofstream(BoardFile(board, "home/root/config.bin"), std::ios::binary) << record;
     StartBoard(board, {"--device-id", "1", "--old-kernel", "--panel", "none", "--camera1", "fullhd-mjpeg", "--camera2",
                        "hd-mjpeg", "--hdmi-in", "1920x1080p30"});
     Ctl(board, {"hdmi-in", "1", "1280x720p60"});
@@ -132,8 +130,7 @@ TEST(BoardLights, ButtonsOfTheInputSwitchersSelect) {
     ExpectToBlink(board, "hdmi1", 1'000);
     Push(board, 4, "release");
     ExpectLights(board, {{"hdmi0", 0}, {"input4", 1}});
-    std::vector<uint8_t> saved;
-    Type(board, "<SAVE>\n");
-    EXPECT_TRUE(WaitUntil(10, [&] { return (saved = SavedSettings(board)).size() == 136 && saved[Input] == 4; }));
-    EXPECT_EQ(saved.at(AudioJack), 0) << "is variant 0's";
+    const Json settings = AskJson(board, {"settings"})["fields"];
+    EXPECT_EQ(settings["Input"], 4);
+    EXPECT_EQ(settings["AudioJack"], 0) << "is variant 0's";
 }
