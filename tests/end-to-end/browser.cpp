@@ -9,17 +9,18 @@
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <stdexcept>
 
 static constexpr double kAnswerSeconds = 90;
 
-Browser::Browser(const std::string& scriptName) {
+Browser::Browser() {
     std::array<int, 2> ends{};
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return;
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, ends[1], 0);
     posix_spawn_file_actions_adddup2(&actions, ends[1], 1);
-    std::string node = "node", script = std::string(TESSEL_BROWSER_SCRIPTS) + "/" + scriptName;
+    std::string node = "node", script = TESSEL_BROWSER_SCRIPTS "/person.mjs";
     const std::array<char*, 3> words{node.data(), script.data(), nullptr};
     if (posix_spawnp(&process, "node", &actions, nullptr, words.data(), environ) != 0) process = -1;
     posix_spawn_file_actions_destroy(&actions);
@@ -37,7 +38,7 @@ Browser::~Browser() {
     waitpid(process, nullptr, 0);
 }
 
-Json Ask(const Browser& browser, const std::string& request) {
+static Json Ask(const Browser& browser, const std::string& request) {
     if (browser.process < 0) return {{"error", "node does not start; scripts/setup installs it"}};
     const std::string sent = request + "\n";
     send(browser.line, sent.data(), sent.size(), MSG_NOSIGNAL);  // lost when it did not start; its answer says why
@@ -52,4 +53,13 @@ Json Ask(const Browser& browser, const std::string& request) {
         answer.append(piece.data(), size_t(count));
     }
     return answer.ends_with('\n') ? Json::parse(answer) : Json{{"error", "no answer to " + request}};
+}
+
+Json Do(const Browser& browser, const std::vector<std::string>& lines) {
+    Json answer;
+    for (const std::string& line : lines) {
+        answer = Ask(browser, line);
+        if (answer.contains("error")) throw std::runtime_error(answer["error"].get<std::string>());
+    }
+    return answer;
 }

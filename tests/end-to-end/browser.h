@@ -1,4 +1,4 @@
-// A real browser: a script of tests/browser/ that does what a line says and answers with a line of JSON.
+// A real browser: tests/browser/person.mjs does what a line says and answers with a line of JSON.
 #pragma once
 
 #include <string>
@@ -8,11 +8,11 @@
 struct Browser {  // ends with its owner
     int process = -1;
     int line = -1;  // both ways
-    explicit Browser(const std::string& script);
+    Browser();
     Browser(const Browser&) = delete;
     Browser& operator=(const Browser&) = delete;
     ~Browser();
 };
 
-// Never fails a test itself: the answer then has an "error".
-Json Ask(const Browser& browser, const std::string& request);
+// What the last of the lines was answered. Throws what the first that could not be done says.
+Json Do(const Browser& browser, const std::vector<std::string>& lines);
