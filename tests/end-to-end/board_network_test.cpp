@@ -44,8 +44,7 @@ static int ParentOf(int process) {
 
 // Bytes by the million pass in the tests of the diagnostic log and of HTTP.
 TEST(BoardPorts, CarryManyClientsAndForgetThem) {
-    const Board board = StartNewBoard({});
-    ASSERT_TRUE(WaitForOutput(board, kListening, 20)) << Output(board);
+    const Board board = StartUntil(kListening, {});
     const int emulator = ParentOf(ParentOf(Status(board)["daemon"]["pid"]));
     const long before = FiguresOf(emulator).descriptors;
     {
@@ -104,25 +103,13 @@ static std::string RunOn(const Board& board, const std::string& line) {
     return Output(board).substr(from);
 }
 
-struct ToolRow {
-    const char *line, *plugged, *unplugged;
-};
-static constexpr ToolRow kCableRows[] = {
-    {"connmanctl services", "*AO Wired                ethernet_00049f052a61_cable",
-     "    Wired                ethernet_00049f052a61_cable"},
-    {"connmanctl services ethernet_00049f052a61_cable", "  IPv4 = [ Method=dhcp, Address=192.168.",
-     "\n  IPv4 = [  ]\n"},
-    {"ifconfig eth0", "UP BROADCAST RUNNING MULTICAST", "UP BROADCAST MULTICAST"},
-    {"ethtool eth0", "Link detected: yes", "Link detected: no"},
-};
-
 TEST(BoardTools, TellOfTheBench) {
     const Board board = StartNewBoard({"--daemon", "/bin/sh", "--camera2", "ptz-speed"});
-    for (const ToolRow& row : kCableRows) EXPECT_THAT(RunOn(board, row.line), HasSubstr(row.plugged));
     EXPECT_EQ(Ctl(board, {"lan", "unplug"}).status, 0);
     PowerCycle(board);  // what the bench did stays
     EXPECT_EQ(Status(board)["lan"], "unplugged");
-    for (const ToolRow& row : kCableRows) EXPECT_THAT(RunOn(board, row.line), HasSubstr(row.unplugged));
+    EXPECT_THAT(RunOn(board, "ethtool eth0"), HasSubstr("Link detected: no"));
+    EXPECT_THAT(RunOn(board, "connmanctl services ethernet_00049f052a61_cable"), HasSubstr("\n  IPv4 = [  ]\n"));
     EXPECT_EQ(Ctl(board, {"lan", "plug"}).status, 0);
     EXPECT_THAT(RunOn(board, "dmesg | tail -n 1"), HasSubstr("eth0: Link is Up"));
 

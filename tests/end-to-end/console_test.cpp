@@ -72,8 +72,7 @@ TEST(Console, GoldenTranscript) {
 }
 
 TEST(Console, EndOfInputEndsTheProcess) {
-    const Board board = StartNewBoard({"--no-restart"});
-    ASSERT_TRUE(WaitForOutput(board, "In main: creating console thread", 30));
+    const Board board = StartUntil("In main: creating console thread", {"--no-restart"});
     CloseConsole(board);
     EXPECT_EQ(WaitForEnd(board, 10), 0);
     EXPECT_THAT(Output(board), testing::HasSubstr("fgets() returns EOF, need to restart application.\n"));

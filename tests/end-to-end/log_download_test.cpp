@@ -26,37 +26,31 @@ static std::string Download(const Board& board) {
     return answer.substr(std::min(answer.size(), strlen(kHeader)));
 }
 
-struct Section {
-    std::string title, text;
-};
-
-static std::vector<Section> SectionsOf(const std::string& log) {
-    std::vector<std::string> parts;  // "", title, text, title, text ...
+// Titles and texts, one behind the other.
+static std::vector<std::string> PartsOf(const std::string& log) {
+    std::vector<std::string> parts;
     for (size_t from = 0, to = 0; to != std::string::npos; from = to + kSeparator.size()) {
         to = log.find(kSeparator, from);
-        parts.push_back(log.substr(from, to - from));
+        if (from > 0) parts.push_back(log.substr(from, to - from));
     }
-    EXPECT_EQ(parts.front(), "");
-    std::vector<Section> sections;
-    for (size_t i = 1; i + 1 < parts.size(); i += 2) sections.push_back({parts[i], parts[i + 1]});
-    return sections;
+    return parts;
 }
 
 static std::vector<std::string> TitlesOf(const std::string& log) {
+    const std::vector<std::string> parts = PartsOf(log);
     std::vector<std::string> titles;
-    for (const Section& section : SectionsOf(log)) titles.push_back(section.title);
+    for (size_t i = 0; i + 1 < parts.size(); i += 2) titles.push_back(parts[i]);
     return titles;
 }
 
 static std::string TextOf(const std::string& log, std::string_view title) {
-    for (const Section& section : SectionsOf(log))
-        if (section.title == title) return section.text;
-    return "no such section";
+    const std::vector<std::string> parts = PartsOf(log);
+    const auto found = std::ranges::find(parts, title);
+    return found == parts.end() ? "no such section" : *std::next(found);
 }
 
 TEST(LogDownload, SectionsFollowTheCameras) {
-    const Board board = StartNewBoard({"--hdmi-in", "1280x720p60"});
-    ASSERT_TRUE(WaitForOutput(board, kListening, 20)) << Output(board);
+    const Board board = StartUntil(kListening, {"--hdmi-in", "1280x720p60"});
     for (const char* line : {"usb 1-1: before", "[3] ov5640: unsupported bit mode 0", "usb 1-1: behind"})
         Ctl(board, {"kernel-log", line});
 
@@ -85,12 +79,12 @@ TEST(LogDownload, SectionsFollowTheCameras) {
 
     ASSERT_EQ(Ctl(board, {"camera", "2", "plug", "hd-mjpeg"}).status, 0);
     ASSERT_EQ(Ctl(board, {"camera", "1", "plug", "fullhd-mjpeg"}).status, 0);
-    std::vector<Section> both;
-    EXPECT_TRUE(WaitUntil(15, [&] { return (both = SectionsOf(Download(board))).size() == 9; }));
-    ASSERT_EQ(both.size(), 9);
-    EXPECT_THAT(both[4].title, StartsWith("Listing USB1 - Full HD Webcam - /dev/video"));
-    EXPECT_THAT(both[4].text, HasSubstr("1920x1080"));
-    EXPECT_THAT(both[5].title, testing::MatchesRegex("Listing USB2 - .+ - /dev/video[0-9]\n"));
+    std::string both;
+    ASSERT_TRUE(WaitUntil(15, [&] { return TitlesOf(both = Download(board)).size() == 9; }));
+    const std::string first = TitlesOf(both)[4];
+    EXPECT_THAT(first, StartsWith("Listing USB1 - Full HD Webcam - /dev/video"));
+    EXPECT_THAT(TextOf(both, first), HasSubstr("1920x1080"));
+    EXPECT_THAT(TitlesOf(both)[5], testing::MatchesRegex("Listing USB2 - .+ - /dev/video[0-9]\n"));
 
     // Over telnet it is the same text, header included.
     const std::string telnet = Telnet(board, "$GETLOG$", "ACK\r\n", 30);
@@ -99,8 +93,8 @@ TEST(LogDownload, SectionsFollowTheCameras) {
 }
 
 TEST(LogDownload, TenMegabytesCostNoMemory) {
-    const Board board = StartNewBoard({"--camera1", "hd-mjpeg"});
-    ASSERT_TRUE(WaitForPicture(board) && WaitForSound(board)) << Output(board);
+    const Board board = StartShowing({"--camera1", "hd-mjpeg"});
+    ASSERT_TRUE(WaitForSound(board)) << Output(board);
     Download(board);
     const int descriptors = Status(board)["daemon"]["descriptors"];
     ASSERT_EQ(Ctl(board, {"fault", "tool", "journalctl", "flood"}).status, 0);

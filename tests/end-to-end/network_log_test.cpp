@@ -35,14 +35,8 @@ static void ExpectLogOnConsole(const Board& board) {
     EXPECT_TRUE(WaitForOutput(board, kLogLine, 5, from));
 }
 
-static Board StartListeningBoard() {
-    Board board = StartNewBoard({"--camera1", "hd-mjpeg"});
-    EXPECT_TRUE(WaitForPicture(board)) << Output(board);
-    return board;
-}
-
 TEST(NetworkLog, FollowsTheLastTelnetClient) {
-    const Board board = StartListeningBoard();
+    const Board board = StartShowing({"--camera1", "hd-mjpeg"});
     const int port = TelnetPort(board);
     const size_t from = OutputSize(board);
     const TcpClient first(port);
@@ -66,7 +60,7 @@ TEST(NetworkLog, FollowsTheLastTelnetClient) {
 }
 
 TEST(NetworkLog, OverHttpAndStoredWithTheSettings) {
-    const Board board = StartListeningBoard();
+    const Board board = StartShowing({"--camera1", "hd-mjpeg"});
     const int descriptors = Status(board)["daemon"]["descriptors"];
     {
         const TcpClient client(HttpPort(board));
@@ -93,7 +87,7 @@ TEST(NetworkLog, OverHttpAndStoredWithTheSettings) {
 // Its connection fills up, here by a tool that writes 10 MB to the standard output it got from the daemon; then lines
 // are lost, and neither the daemon nor the tool waits.
 TEST(NetworkLog, ClientThatStopsReadingStopsNobody) {
-    const Board board = StartListeningBoard();
+    const Board board = StartShowing({"--camera1", "hd-mjpeg"});
     const TcpClient deaf(TelnetPort(board));
     EXPECT_THAT(Ask(deaf, "$ENLOG_1$"), StartsWith(kAck));
     ASSERT_EQ(Ctl(board, {"fault", "tool", "ifconfig", "flood"}).status, 0);

@@ -22,24 +22,6 @@ TEST(AutosaveTest, ComparesExactlyTheBytesThatAreWorthAWrite) {
     EXPECT_EQ(compared, expected);
 }
 
-TEST(AutosaveTest, ALayoutAndItsWindowsAreCarriedButNothingElse) {
-    DeviceSettings live{}, shadow{};
-    for (SharedByte* field : {&live.View, &live.Swap, &live.SwHdmi, &live.Input, &live.Black}) *field = 1;
-    CarryLayout(shadow, live);
-    EXPECT_FALSE(DiffersFromShadow(shadow, live));
-
-    live.Pad0Rect.right = 960;
-    live.Pad2Rect.bottom = 1080;
-    EXPECT_TRUE(DiffersFromShadow(shadow, live));
-    CarryWindows(shadow, live);
-    EXPECT_FALSE(DiffersFromShadow(shadow, live));
-
-    live.AudioJack = 1;
-    CarryLayout(shadow, live);
-    CarryWindows(shadow, live);
-    EXPECT_TRUE(DiffersFromShadow(shadow, live));
-}
-
 TEST(AutosaveTest, ARebuildNeitherForgetsNorInventsAChange) {
     DeviceSettings live{}, shadow{};
     live.Inv1 = 2;
