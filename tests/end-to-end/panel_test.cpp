@@ -2,10 +2,9 @@
 // nobody else changes the layout. Waits count the panel's passes, as the daemon does: a slow machine has slow passes.
 #include <gmock/gmock.h>
 
-#include <filesystem>
 #include <set>
 
-#include "command_rows.h"
+#include "board_run.h"
 
 using testing::HasSubstr;
 using testing::Not;
@@ -13,7 +12,7 @@ using testing::Not;
 // ---- What a key leads to
 
 struct Selection {
-    int view = 0, swap = 0, input = 0, black = 0, s2Count = 0;
+    int view = 0, swap = 0, input = 1, black = 0, s2Count = 0;
     bool operator==(const Selection&) const = default;
 };
 
@@ -22,17 +21,12 @@ static void PrintTo(const Selection& s, std::ostream* out) {
          << s.s2Count;
 }
 
-// The live record, read through the file.
 static Selection Selected(const Board& board) {
-    std::filesystem::remove(BoardFile(board, "home/root/config.bin"));
-    Type(board, "<SAVE>\n");
-    EXPECT_TRUE(WaitUntil(10, [&] { return SavedSettings(board).size() == 136; })) << Output(board);
-    std::vector<uint8_t> record = SavedSettings(board);
-    record.resize(136);
-    return {record[View], record[Swap], record[Input], record[Black], record[S2Count]};
+    const Json record = AskJson(board, {"settings"})["fields"];
+    return {record["View"], record["Swap"], record["Input"], record["Black"], record["S2Count"]};
 }
 
-static Json Panel(const Board& board) { return Json::parse(Ctl(board, {"leds"}).out)["panel"]; }
+static Json Panel(const Board& board) { return AskJson(board, {"leds"})["panel"]; }
 static int Leds(const Board& board) { return Panel(board)["leds"]; }
 
 static int Passes(const Board& board) {
@@ -49,12 +43,6 @@ static bool Stands(const Board& board) {
     const int from = Passes(board);
     Pause(0.3);
     return Passes(board) == from;
-}
-
-static void TypeCommand(const Board& board, const std::string& command) {
-    const size_t from = OutputSize(board);
-    Type(board, command + "\n");
-    EXPECT_TRUE(WaitForOutput(board, "ACK\r\n", 10, from)) << command << Output(board);
 }
 
 // ---- Fingers
@@ -109,7 +97,7 @@ static void Play(const Board& board, void (*press)(const Board&, const std::stri
                  const std::vector<PanelRow>& rows) {
     for (const PanelRow& row : rows) {
         SCOPED_TRACE(row.before + " key " + row.key);
-        if (!row.before.empty()) TypeCommand(board, row.before);
+        if (!row.before.empty()) Command(board, row.before);
         const size_t from = OutputSize(board);
         press(board, row.key);
         EXPECT_EQ(Leds(board), row.leds);
@@ -159,18 +147,11 @@ static const std::vector<PanelRow> kReports = {
 };
 
 static Board StartPanel(const Words& words) {
-    const Board board = MakeBoard();
-    StoreSettings(board, {{View, 2}});
-    StartBoard(board, words);
-    EXPECT_TRUE(WaitForOutput(board, "Manage dynamic pipeline", 30)) << Output(board);
+    const Board board = StartUntil("Manage dynamic pipeline", words);
+    Command(board, "<SS>");
     EXPECT_TRUE(WaitUntil(10, [&] { return Leds(board) == 8; })) << Output(board);
-    TypeCommand(board, "<ENBCAST 0>");
+    Command(board, "<ENBCAST 0>");
     return board;
-}
-
-static bool TellsVersion(const Board& board, const std::string& version) {
-    Type(board, "<GET>\n");
-    return WaitForOutput(board, "KEYPAD => " + version + "\n", 10);
 }
 
 // ---- The keypad controller
@@ -195,7 +176,7 @@ static void ExpectToSurviveSilence(const Board& board) {
 static void ExpectToSurviveHang(const Board& board) {
     Ctl(board, {"fault", "i2c", "08", "hang"});
     EXPECT_TRUE(WaitUntil(5, [&] { return Stands(board); }));
-    TypeCommand(board, "<SS>");  // nobody else waits for the bus
+    Command(board, "<SS>");  // nobody else waits for the bus
     EXPECT_EQ(Leds(board), 16);
     Ctl(board, {"fault", "i2c", "08", "off"});
     EXPECT_TRUE(WaitUntil(5, [&] { return Leds(board) == 8; }));
@@ -205,24 +186,23 @@ static void ExpectNoKeysOnOtherVariants(const Board& board) {
     const Selection before = Selected(board);
     EXPECT_EQ(Ctl(board, {"gpio-button", "3", "press"}).status, 0) << "nobody looks there on a newer kernel";
     for (const char* variant : {"1", "2", "3"}) {
-        TypeCommand(board, std::string("<DEVICEID ") + variant + ">");
+        Command(board, std::string("<DEVICEID ") + variant + ">");
         EXPECT_TRUE(WaitUntil(5, [&] { return Stands(board); })) << variant;
     }
     EXPECT_NE(Ctl(board, {"key", "1"}).status, 0) << "nobody fetches it";
     EXPECT_EQ(Selected(board), before);
     EXPECT_EQ(Ctl(board, {"gpio-button", "3", "release"}).status, 0);
-    TypeCommand(board, "<DEVICEID 0>");
+    Command(board, "<DEVICEID 0>");
     EXPECT_TRUE(WaitUntil(5, [&] { return Leds(board) == 1; }));
 }
 
 // The last report still stands in the controller when the daemon starts anew.
 static void ExpectOldKeyToBeForgotten(const Board& board) {
     PressOnKeypad(board, "16");
-    TypeCommand(board, "<S1>");
+    Command(board, "<S1>");
     EXPECT_EQ(Selected(board).view, 0);
-    const size_t from = OutputSize(board);
-    Type(board, "<RESTART>\n");
-    EXPECT_TRUE(WaitForOutput(board, "Manage dynamic pipeline", 30, from)) << Output(board);
+    Command(board, "<SAVE>");
+    EXPECT_TRUE(TypeAndWait(board, "<RESTART>\n", "Manage dynamic pipeline", 30)) << Output(board);
     WaitForPasses(board, 4);
     EXPECT_EQ(Selected(board).view, 0);
     EXPECT_EQ(Leds(board), 1);
@@ -231,7 +211,7 @@ static void ExpectOldKeyToBeForgotten(const Board& board) {
 TEST(Panel, KeypadFromKeyToRecordAndLeds) {
     const Board board = StartPanel({});
     Play(board, PressOnKeypad, kLayoutKeys);
-    EXPECT_TRUE(TellsVersion(board, "2.4"));
+    EXPECT_TRUE(TypeAndWait(board, "<GET>\n", "KEYPAD => 2.4\n"));
     Play(board, PressOnKeypad, kReports);
     ExpectToSurviveSilence(board);
     ExpectToSurviveHang(board);
@@ -245,10 +225,10 @@ TEST(Panel, KeypadFromKeyToRecordAndLeds) {
 TEST(Panel, ExpanderFromButtonToRecordAndLeds) {
     const Board board = StartPanel({"--panel", "expander"});
     Play(board, PressOnExpander, kLayoutKeys);
-    EXPECT_TRUE(TellsVersion(board, "13.1"));
+    EXPECT_TRUE(TypeAndWait(board, "<GET>\n", "KEYPAD => 13.1\n"));
     Play(board, PressOnExpander, kInputKeys);
     for (const char* variant : {"1", "3"}) {
-        TypeCommand(board, std::string("<DEVICEID ") + variant + ">");
+        Command(board, std::string("<DEVICEID ") + variant + ">");
         EXPECT_TRUE(WaitUntil(5, [&] { return Stands(board); })) << variant;
     }
 }

@@ -17,47 +17,38 @@ static const std::map<unsigned, std::string> kNames = {
 
 // ---- Cameras, small and slow so that their pictures cost little
 
-struct Control {
-    unsigned id;
-    int minimum, maximum, step, value;
-};
-struct Unit {
-    int unit, selector;
-    std::vector<int> data;
-};
-struct Model {
-    std::string card;
-    std::vector<Control> controls = {};
-    std::vector<Unit> units = {};
-};
+static Json Control(unsigned id, int minimum, int maximum, int step, int value) {
+    std::array<char, 16> text{};
+    snprintf(text.data(), text.size(), "0x%08x", id);
+    Json control = {{"id", text.data()},  {"name", kNames.at(id)}, {"minimum", minimum},
+                    {"maximum", maximum}, {"step", step},          {"default", value}};
+    if (id == kPanSpeed || id == kTiltSpeed) control["moves"] = {{"from", -1e6}, {"to", 1e6}};
+    return control;
+}
 
-static const Model kAbsolute = {"Logitech PTZ Pro 2",
-                                {{kPan, -100, 100, 10, 0}, {kTilt, 0, 1000, 1, 500}, {kZoom, 100, 1000, 1, 100}},
-                                {{0x0B, 0x02, {0}}}};
-static const Model kBySpeed = {"AVer CAM520 Pro2",
-                               {{kZoom, 100, 1200, 1, 100}, {kPanSpeed, -24, 24, 1, 0}, {kTiltSpeed, -24, 24, 1, 0}},
-                               {{0x08, 0x05, {0}}, {0x05, 0x12, {1, 0, 2}}}};
-static const Model kWide = {"Turntable", {{kPan, -1000000, 1000000, 1, 0}}};  // 7 seconds to either end
+static Json Unit(int unit, int selector, const std::vector<int>& data) {
+    return {{"unit", unit}, {"selector", selector}, {"data", data}};
+}
+
+static Json Model(const char* card, const std::vector<Json>& controls, const std::vector<Json>& units = {}) {
+    return {
+        {"card", card}, {"formats", {{"MJPG", {{"320x180", {5}}}}}}, {"controls", controls}, {"extensionUnits", units}};
+}
+
+static const Json kAbsolute =
+    Model("Logitech PTZ Pro 2",
+          {Control(kPan, -100, 100, 10, 0), Control(kTilt, 0, 1000, 1, 500), Control(kZoom, 100, 1000, 1, 100)},
+          {Unit(0x0B, 0x02, {0})});
+static const Json kBySpeed =
+    Model("AVer CAM520 Pro2",
+          {Control(kZoom, 100, 1200, 1, 100), Control(kPanSpeed, -24, 24, 1, 0), Control(kTiltSpeed, -24, 24, 1, 0)},
+          {Unit(0x08, 0x05, {0}), Unit(0x05, 0x12, {1, 0, 2})});
+static const Json kWide = Model("Turntable", {Control(kPan, -1000000, 1000000, 1, 0)});  // 7 seconds to either end
 
 // The profile's file.
-static std::string Profile(const Board& board, const std::string& name, const Model& model) {
-    Json profile = {{"card", model.card}, {"formats", {{"MJPG", {{"320x180", {5}}}}}}};
-    for (const Control& control : model.controls) {
-        std::array<char, 16> id{};
-        snprintf(id.data(), id.size(), "0x%08x", control.id);
-        Json entry = {{"id", id.data()},
-                      {"name", kNames.at(control.id)},
-                      {"minimum", control.minimum},
-                      {"maximum", control.maximum},
-                      {"step", control.step},
-                      {"default", control.value}};
-        if (control.id == kPanSpeed || control.id == kTiltSpeed) entry["moves"] = {{"from", -1e6}, {"to", 1e6}};
-        profile["controls"].push_back(entry);
-    }
-    for (const Unit& unit : model.units)
-        profile["extensionUnits"].push_back({{"unit", unit.unit}, {"selector", unit.selector}, {"data", unit.data}});
+static std::string Profile(const Board& board, const std::string& name, const Json& model) {
     const std::string file = BoardFile(board, "cameras/" + name + ".json");
-    std::ofstream(file) << profile;
+    std::ofstream(file) << model;
     return file;
 }
 
@@ -67,7 +58,7 @@ static Json CameraNow(const Board& board, int camera) { return AskJson(board, {"
 
 static bool IsAccepted(const std::string& answer) { return answer.find("NACK\r\n") == std::string::npos; }
 
-static Board StartCameras(const Model& first, const Model& second) {
+static Board StartCameras(const Json& first, const Json& second) {
     const Board board = MakeBoard();
     StartBoard(board, {"--camera1", Profile(board, "first", first), "--camera2", Profile(board, "second", second)});
     EXPECT_TRUE(WaitForPicture(board)) << Output(board);
@@ -167,8 +158,9 @@ TEST(Ptz, AsksEachKindOfCameraForWhatItHas) {
 }
 
 TEST(Ptz, CamerasWithoutAControlAreRefused) {
-    const Board board = StartCameras({"HD Zoom Webcam", {{kZoom, 100, 500, 100, 100}}},
-                                     {"Logi Rally Camera", {{kPan, 0, 10, 1, 5}}, {{0x0B, 0x02, {1, 2}}}});
+    const Board board =
+        StartCameras(Model("HD Zoom Webcam", {Control(kZoom, 100, 500, 100, 100)}),
+                     Model("Logi Rally Camera", {Control(kPan, 0, 10, 1, 5)}, {Unit(0x0B, 0x02, {1, 2})}));
     Expect(
         board,
         {{"<PAN 1 3>", false, {"1 query pan EINVAL", "1 query pan speed EINVAL"}, "Set V4L2_CID_PAN_SPEED failed!\n"},

@@ -7,12 +7,10 @@
 #include <map>
 
 #include "board_run.h"
-#include "command_rows.h"
 
 using testing::HasSubstr;
 
 using Tones = std::map<std::string, double>;  // source, dB
-using Bytes = SettingsBytes;
 
 static constexpr double kSource = -20, kTolerance = 0.5, kTold = -70;  // dB
 static constexpr const char* kPlaying = "Playing audio pipeline...\n";
@@ -21,16 +19,14 @@ static const Words kTwoSpeakerphones = {"--camera1", "speakerphone", "--camera2"
 
 // ---- The board
 
-static Board StartSounding(const Bytes& bytes, Words words) {
-    const Board board = MakeBoard();
-    StoreSettings(board, bytes);
-    StartBoard(board, words);
-    if (bytes.contains(AudioJack)) Ctl(board, {"jack", "in"});
+static Board StartSounding(const std::string& commands, const Words& words) {
+    const Board board = StartNewBoard(words);
+    Type(board, commands);  // long before there is sound
     EXPECT_TRUE(WaitForOutput(board, kPlaying, 40)) << Output(board);
     return board;
 }
 
-static Json Audio(const Board& board) { return Json::parse(Ctl(board, {"audio"}).out); }
+static Json Audio(const Board& board) { return AskJson(board, {"audio"}); }
 
 static bool Hears(const Json& output, const Tones& expected) {
     const Json& tones = output["tones"];
@@ -72,8 +68,8 @@ struct RouteRow {
 
 static const Tones kLine = {{"line", -30}}, kFpga = {{"fpga", -20}};
 static const Tones kMix = {{"microphone1", -23}, {"microphone2", -26}, {"line", -30}};
-static const Bytes kRouteGains = {{Acfg, 2},    {AudioJack, 1}, {Ain1, 253},  {Ain2, 250}, {Ain4, 246},
-                                  {Aout1, 254}, {Aout2, 252},   {Aout3, 255}, {Aout4, 3}};
+static constexpr const char* kRouteGains =
+    "<ACFG 2>\n<AIN1 -3>\n<AIN2 -6>\n<AIN4 -10>\n<AOUT1 -2>\n<AOUT2 -4>\n<AOUT3 -1>\n<AOUT4 3>\n";
 
 static Tones Routed(uint8_t value, bool isUsb, bool fpgaCaptured) {
     if (value == 255) return kMix;
@@ -96,6 +92,7 @@ static void ExpectRoutes(const Board& board, const RouteRow& row) {
 
 TEST(SoundRoutes, EveryOutputCarriesItsSources) {
     const Board board = StartSounding(kRouteGains, kTwoSpeakerphones);
+    Ctl(board, {"jack", "in"});
     ExpectRoutes(board, {0, 0, 0, 0});
     for (const RouteRow& row : {RouteRow{.analog = 0, .hdmi = 127, .usb1 = 128, .usb2 = 255},
                                 RouteRow{.analog = 127, .hdmi = 128, .usb1 = 255, .usb2 = 0},
@@ -106,9 +103,7 @@ TEST(SoundRoutes, EveryOutputCarriesItsSources) {
                                      std::to_string(row.hdmi) + ">\n<AOUTUSB1 " + std::to_string(row.usb1) +
                                      ">\n<AOUTUSB2 " + std::to_string(row.usb2) + ">\n";
         SCOPED_TRACE(commands);
-        const size_t from = OutputSize(board);
-        Type(board, commands);
-        EXPECT_TRUE(WaitForOutput(board, kPlaying, 10, from));
+        EXPECT_TRUE(TypeAndWait(board, commands, kPlaying));
         ExpectRoutes(board, row);
     }
 }
@@ -124,7 +119,7 @@ struct PolicyRow {
 // Every output plays the mix. Rows build on each other.
 TEST(SoundGains, FollowTheViewWithoutAPlugInTheJack) {
     const Board board = StartSounding(
-        {{AoutAnalog, 255}, {AoutHdmi, 255}, {AoutUsb1, 255}, {AoutUsb2, 255}, {Ain1, 255}, {Ain2, 252}, {Ain4, 249}},
+        "<AOUTANALOG 255>\n<AOUTHDMI 255>\n<AOUTUSB1 255>\n<AOUTUSB2 255>\n<AIN1 -1>\n<AIN2 -4>\n<AIN4 -7>\n",
         kTwoSpeakerphones);
     const PolicyRow rows[] = {
         {"", {{"microphone1", -21}}},
@@ -147,12 +142,12 @@ TEST(SoundGains, FollowTheViewWithoutAPlugInTheJack) {
 
 TEST(SoundRoutes, UncompressedPictureSilencesItsMicrophone) {
     const Board board = MakeBoard();
-    StoreSettings(board, {{Acfg, 2}});
     const std::string uncompressed = BoardFile(board, "home/root/uncompressed.json");
     std::ofstream(uncompressed) << R"({"description": "uncompressed, with a speakerphone", "card": "Talking Viewer",
         "usbId": "1d6b:0199", "formats": {"YUYV": {"640x480": [30]}}, "controls": [],
         "microphone": {"channels": 2, "rates": [48000]}, "speaker": {"channels": 2, "rates": [48000]}})";
     StartBoard(board, {"--camera1", "speakerphone", "--camera2", uncompressed});
+    Type(board, "<ACFG 2>\n");
     ASSERT_TRUE(WaitForOutput(board, kPlaying, 40)) << Output(board);
     ExpectHeard(board, {{"fpga", {{"microphone1", kSource}}}, {"usb1", kFpga}, {"usb2", kFpga}});
     EXPECT_THAT(Output(board), HasSubstr("Audio capture disabled on USB2 since we capture in YUYV!\r\n"));
@@ -190,14 +185,12 @@ static void ExpectMutes(const Board& board, const MuteRow& row) {
 
 // While a source is plugged, reading its format writes the mute bit too, over and over: as AIN3 says.
 TEST(ReceiverMute, FollowsThePipelineAndTheGain) {
-    const Board board = StartSounding({}, {"--camera1", "speakerphone", "--hdmi-in", "1920x1080p30"});
+    const Board board = StartSounding("", {"--camera1", "speakerphone", "--hdmi-in", "1920x1080p30"});
     for (const MuteRow& row :
          {MuteRow{"", false, true}, MuteRow{"<AIN3 -90>\n", true, false}, MuteRow{"<AIN3 0>\n", false, true}})
         ExpectMutes(board, row);
     Ctl(board, {"trace", "--clear"});
-    const size_t from = OutputSize(board);
-    Type(board, "<AOUTHDMI 255>\n");
-    ASSERT_TRUE(WaitForOutput(board, kPlaying, 10, from));
+    ASSERT_TRUE(TypeAndWait(board, "<AOUTHDMI 255>\n", kPlaying));
     EXPECT_TRUE(std::ranges::count(MuteWrites(board), 'M') == 1 || Count(Output(board), kTooSlow) > 0)
         << "torn down: muted, not " << MuteWrites(board);
     ExpectMutes(board, {.commands = "", .mutes = false, .opens = true});
@@ -214,7 +207,7 @@ TEST(ReceiverMute, FollowsThePipelineAndTheGain) {
 TEST(SoundRoutes, VariantsFollowTheInput) {
     Words words = kTwoSpeakerphones;
     words.insert(words.end(), {"--device-id", "1", "--hdmi-in", "1920x1080p30"});
-    const Board board = StartSounding({{Input, 1}, {AoutAnalog, 255}, {Ain1, 255}, {Ain2, 252}, {Aout1, 250}}, words);
+    const Board board = StartSounding("<AOUTANALOG 255>\n<AIN1 -1>\n<AIN2 -4>\n<AOUT1 -6>\n", words);
     const auto expectMix = [&board](Tones mix) {
         mix["line"] = kSource;
         ExpectHeard(board, {{"fpga", mix}, {"analog", mix}, {"hdmi", kFpga}, {"usb1", {}}, {"usb2", {}}});

@@ -40,8 +40,7 @@ static Ended RunOnce(Words words, const Words& arguments = {}) {
 }
 
 TEST(StartUp, FreshBoardComesUpInOrder) {
-    const Board board = StartNewBoard({"--camera1", "fullhd-mjpeg"});
-    ASSERT_TRUE(WaitForOutput(board, "Playing video pipeline...\n", 30)) << Output(board);
+    const Board board = StartUntil("Playing video pipeline...\n", {"--camera1", "fullhd-mjpeg"});
     ExpectInOrder(Output(board),
                   {"Can't open application config file.\n", "Tesselvisor Version 2.0.12\n",
                    "---------------------------------------------\n", "Hardware ID: 0\n",
@@ -88,8 +87,7 @@ TEST(StartUp, FreshBoardComesUpInOrder) {
 }
 
 TEST(StartUp, GovernorCoresAndOldKernelRegister) {
-    const Board board = StartNewBoard({"--old-kernel"});
-    ASSERT_TRUE(WaitForOutput(board, "creating Gstreamer video thread", 30)) << Output(board);
+    const Board board = StartUntil("creating Gstreamer video thread", {"--old-kernel"});
     for (const char* core : {"cpu0", "cpu1"}) {
         const std::string file =
             BoardFile(board, "volatile/sys/devices/system/cpu/") + core + "/cpufreq/scaling_governor";
@@ -107,8 +105,7 @@ TEST(StartUp, GovernorCoresAndOldKernelRegister) {
 }
 
 TEST(StartUp, MissingCodecIsReportedAndStartGoesOn) {
-    const Board board = StartNewBoard({});
-    ASSERT_TRUE(WaitForOutput(board, "creating Gstreamer audio thread", 30)) << Output(board);
+    const Board board = StartUntil("creating Gstreamer audio thread", {});
     ASSERT_EQ(Ctl(board, {"fault", "sound", "analog", "gone"}).status, 0);
     Ctl(board, {"trace", "--clear"});
     const size_t from = OutputSize(board);
@@ -149,8 +146,7 @@ TEST(StartUp, UnknownHardwareStopsAfterTheBanner) {
 // The programming's status is that of its last line, which writes into sysfs.
 TEST(StartUp, MissingDevicesEndWithStatusOne) {
     for (const char* missing : {"sys/class/graphics/fb0", "dev/watchdog"}) {
-        const Board board = StartNewBoard({});
-        ASSERT_TRUE(WaitForOutput(board, "creating Gstreamer video thread", 30)) << Output(board);
+        const Board board = StartUntil("creating Gstreamer video thread", {});
         EXPECT_GT(fs::remove_all(fs::path(BoardFile(board, "volatile")) / missing), 0u);
         Type(board, "<RESTART>\n");
         EXPECT_TRUE(WaitUntil(15, [&] { return Status(board)["daemon"].value("exit", 0) == 1; })) << missing;
@@ -158,8 +154,7 @@ TEST(StartUp, MissingDevicesEndWithStatusOne) {
 }
 
 TEST(StartUp, UpgradeScriptTakesOver) {
-    const Board board = StartNewBoard({"--camera1", "fullhd-mjpeg"});
-    ASSERT_TRUE(WaitForOutput(board, "Playing video pipeline...\n", 30)) << Output(board);
+    const Board board = StartUntil("Playing video pipeline...\n", {"--camera1", "fullhd-mjpeg"});
     const fs::path stick = fs::path(BoardFile(board, "volatile")) / "run/media/sda1/quendalupdate";
     fs::create_directories(stick);
     WriteFile(stick / "install.sh", "echo installing in $(pwd)\n");
@@ -191,8 +186,7 @@ TEST(Settings, DamagedFilesAreReplacedByDefaults) {
 static bool IsArmed(const Board& board) { return Status(board)["watchdog"]["armed"]; }
 
 TEST(ProcessControl, QuitDisarmsRestartDoesNot) {
-    const Board board = StartNewBoard({});
-    ASSERT_TRUE(WaitForOutput(board, "Opening watchdog handle...\n", 30));
+    const Board board = StartUntil("Opening watchdog handle...\n", {});
     ASSERT_TRUE(TypeAndWait(board, "<RESTART>\n", "Opening watchdog handle...\n", 30));
     EXPECT_TRUE(WaitUntil(5, [&] { return IsArmed(board); }));
     Type(board, "<QUIT>\n");
@@ -226,8 +220,7 @@ TEST(Watchdog, MarkerFileKeepsItUntouched) {
 }
 
 TEST(KernelIssue, DisplayFlipTimeoutReboots) {
-    const Board board = StartNewBoard({});
-    ASSERT_TRUE(WaitForOutput(board, "creating Gstreamer video thread", 30));
+    const Board board = StartUntil("creating Gstreamer video thread", {});
     ASSERT_EQ(Ctl(board, {"kernel-log", "mxc_sdc_fb fb@0: timeout when waiting for flip irq"}).status, 0);
     ASSERT_TRUE(TypeAndWait(board, "<RESTART>\n", "Kernel issue! Need to restart...\n", 30)) << Output(board);
     ASSERT_TRUE(WaitUntil(15, [&] { return !TraceLines(board, "reset").empty(); }));

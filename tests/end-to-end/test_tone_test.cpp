@@ -38,8 +38,7 @@ static bool TellsLevels(const Board& board) {
 }
 
 TEST(TestTone, FromNormalSoundAndBack) {
-    const Board board = StartNewBoard({"--camera1", "speakerphone"});
-    ASSERT_TRUE(WaitForOutput(board, kSoundPlays, 40)) << Output(board);
+    const Board board = StartUntil(kSoundPlays, {"--camera1", "speakerphone"});
     ASSERT_TRUE(Plays(board, "analog", 610, kSourceLevel)) << Output(board, "analog");
     size_t from = OutputSize(board);
     ASSERT_TRUE(TypeAndWait(board, "<STARTAUDIOTEST>\n", kTestPlays)) << Output(board).substr(from);
@@ -66,8 +65,7 @@ TEST(TestTone, FromNormalSoundAndBack) {
 // Nothing to capture: the test does not wait for the attempts to find something. Asked for again while it plays, it
 // ends.
 TEST(TestTone, OfAnInputSwitcherThatWaitsForSources) {
-    const Board board = StartNewBoard({"--device-id", "1"});
-    ASSERT_TRUE(WaitForOutput(board, "In main: creating Gstreamer audio thread\n", 20)) << Output(board);
+    const Board board = StartUntil("In main: creating Gstreamer audio thread\n", {"--device-id", "1"});
     Type(board, "<STARTAUDIOTEST>\n");
     ASSERT_TRUE(WaitForOutput(board, kTestPlays, 2 * kWaitForCards)) << Output(board);
     EXPECT_THAT(Output(board), Not(HasSubstr(kSoundPlays)));
