@@ -54,7 +54,7 @@ struct Family {
 };
 
 extern const Family Cameras, Signals, Clients, Sound, I2c, SettingsFiles, SettingsBoards, Calls, Tools, Elements,
-    Events, Mix;
+    Events, WallClock, Mix;
 
 // ---- Drawing from the seed ----
 

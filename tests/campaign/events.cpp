@@ -1,7 +1,11 @@
-// News of devices that is not true or comes too often, and a process that is ended from outside.
+// News of devices that is not true or comes too often, a process that is ended from outside, a clock that is set.
 #include <signal.h>
 
 #include <array>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
 
 #include "campaign.h"
 #include "picture_probe.h"
@@ -71,3 +75,55 @@ static std::string Step(Bench& bench) {
 }
 
 const Family Events{.name = "events", .steps = {4, 100, 5'000}, .options = {"--camera1", kCamera}, .step = Step};
+
+// ---- The wall clock
+
+// The board has one of its own: libfaketime adds to the PC's the seconds that this file of the board names, and looks
+// at it once a second. The monotonic clock is left alone, as on a board whose time is set.
+static constexpr const char* kClockFile = "home/root/clock";
+
+struct ClockJump {
+    const char* name;
+    time_t by = 0, to = 0;  // one of them
+};
+static constexpr ClockJump kClockJumps[] = {
+    {"an hour on", 3'600},
+    {"an hour back", -3'600},
+    {"ten years on", 315'576'000},
+    {"ten years back", -315'576'000},
+    {"1970", 0, 1},
+    {"behind 2038", 0, 2'200'000'000},
+};
+
+// The newest mark of a failed buffer pool: its name is all that the daemon does with the wall clock.
+static time_t NewestMark(const Bench& bench) {
+    time_t newest = -1;
+    for (const std::string& line : ShellLines(bench.board)) sscanf(line.c_str(), "echo %ld > /run/video-pool", &newest);
+    return newest;
+}
+
+// The mark proves that the jump has arrived; frames that flow take it away again.
+static std::string SetClock(Bench& bench) {
+    const ClockJump& jump = Any(bench, kClockJumps);
+    const time_t ahead = jump.to ? jump.to - time(nullptr) : jump.by;
+    const std::string path = BoardFile(bench.board, kClockFile);
+    std::ofstream(path + ".new") << std::showpos << ahead << "\n";
+    std::filesystem::rename(path + ".new", path);
+    PauseUpTo(bench, 4);
+    Pause(2);
+    const time_t asked = time(nullptr) + ahead;
+    Do(bench, {"fault", "element", "mix", "error", "13"});
+    const auto marked = [&] {
+        return NewestMark(bench) >= asked - 1 && NewestMark(bench) <= time(nullptr) + ahead + 1;
+    };
+    Expect(bench, WaitUntil(5, marked), "a mark of the time that was set, not " + std::to_string(NewestMark(bench)));
+    return std::string("clock set: ") + jump.name;
+}
+
+const Family WallClock{.name = "clock",
+                       .steps = {3, 60, 2'000},
+                       .options = {"--camera1", kCamerasAtRest[0], "--env", "GST_TRACERS=tesselfaults", "--env",
+                                   "LD_PRELOAD=/usr/$LIB/faketime/libfaketimeMT.so.1", "--env",
+                                   "FAKETIME_TIMESTAMP_FILE=/home/root/clock", "--env", "FAKETIME_CACHE_DURATION=1",
+                                   "--env", "FAKETIME_DONT_FAKE_MONOTONIC=1", "--env", "NO_FAKE_STAT=1"},
+                       .step = SetClock};
