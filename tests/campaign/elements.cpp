@@ -1,5 +1,7 @@
 // What a pipeline's elements may report or do: errors and warnings of every code, the end of their stream, a stall.
+#include <algorithm>
 #include <array>
+#include <filesystem>
 #include <string>
 
 #include "campaign.h"
@@ -14,6 +16,7 @@ static constexpr const char* kAudio[] = {"usbAudioInput1",  "analogAudioInput", 
                                          "analogInTee",     "audioOutTee",      "audioInputSink",
                                          "audioOutputSink", "usb1AudioOutSink", "audioHdmiOutputSink"};
 static constexpr int kMostCode = 16;
+static constexpr const char* kSource = "1920x1080p30";
 
 enum Code { kFailed = 1, kBusy = 4, kBufferPool = 13 };
 
@@ -89,8 +92,37 @@ static std::string Stall(Bench& bench) {
     return std::string("element, stall: ") + element + (anew ? ", taken down" : ", flows again");
 }
 
+static long Marks(const Bench& bench) {
+    const std::filesystem::directory_iterator run(BoardFile(bench.board, "volatile/run"));
+    return std::count_if(begin(run), end(run),
+                         [](const auto& file) { return file.path().filename().string().starts_with("video-pool-"); });
+}
+
+// Nothing may flow, or the marks are cleared away. The sixth ends the process with status 0; the power takes them all.
+static std::string FailPools(Bench& bench) {
+    static constexpr const char* kEnds = "Video pool buffer logs > 5, exiting application...\n";
+    const size_t from = OutputSize(bench.board);
+    for (const char* camera : {"1", "2"}) Do(bench, {"camera", camera, "stall"});
+    Do(bench, {"hdmi-in", "0", "off"});
+    const auto ends = [&] {
+        Ctl(bench.board, {"fault", "element", "mix", "error", std::to_string(kBufferPool)});  // there may be none now
+        Pause(2);
+        return Says(bench, kEnds, from);
+    };
+    Expect(bench, WaitUntil(60, ends), "an end that is told");
+    ++bench.lives;
+    const auto ended = [&] { return Status(bench.board)["daemon"].value("exit", -1) == 0; };
+    Expect(bench, WaitUntil(5, ended) && Marks(bench) == 6, "status 0 at mark 6, not " + std::to_string(Marks(bench)));
+    for (const char* camera : {"1", "2"}) Do(bench, {"camera", camera, "resume"});
+    Do(bench, {"hdmi-in", "0", kSource});
+    Do(bench, {"power-cycle"});
+    ++bench.lives;
+    Expect(bench, ShowsFull(bench.board, '1', 30), "a picture behind the power cycle");
+    return "element, buffer-pool errors: six without a frame between them";
+}
+
 static std::string Step(Bench& bench) {
-    static constexpr std::array kKinds{PostError, PostError, PostWarning, EndStream, Stall};
+    static constexpr std::array kKinds{PostError, PostError, PostWarning, EndStream, Stall, FailPools};
     const std::string line = Any(bench, kKinds)(bench);
     Expect(bench, ShowsFull(bench.board, '1', 10), "a running picture");
     return line;
@@ -98,6 +130,6 @@ static std::string Step(Bench& bench) {
 
 const Family Elements{.name = "elements",
                       .steps = {4, 200, 2'000},
-                      .options = {"--camera1", "speakerphone", "--camera2", "hd-mjpeg", "--hdmi-in", "1920x1080p30",
-                                  "--env", "GST_TRACERS=tesselfaults"},
+                      .options = {"--camera1", "speakerphone", "--camera2", "hd-mjpeg", "--hdmi-in", kSource, "--env",
+                                  "GST_TRACERS=tesselfaults"},
                       .step = Step};
