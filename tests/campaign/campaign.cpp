@@ -21,9 +21,9 @@
 
 using Clock = std::chrono::steady_clock;
 
-static constexpr const Family* kFamilies[] = {&Cameras,       &Signals,        &Clients, &Sound, &I2c,
-                                              &SettingsFiles, &SettingsBoards, &Calls,   &Tools, &Elements,
-                                              &Events,        &WallClock,      &Mix};
+static constexpr const Family* kFamilies[] = {&Cameras,       &Signals,        &Clients,    &Sound, &I2c,
+                                              &SettingsFiles, &SettingsBoards, &Calls,      &Tools, &Elements,
+                                              &Events,        &WallClock,      &Weaknesses, &Mix};
 static constexpr const char* kForms[] = {"smoke", "short", "long"};  // by Form
 static constexpr unsigned kLossesBorne = 3;                          // then the rest of a slice is not worth its time
 static constexpr const char* kUsage =

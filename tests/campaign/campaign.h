@@ -54,7 +54,7 @@ struct Family {
 };
 
 extern const Family Cameras, Signals, Clients, Sound, I2c, SettingsFiles, SettingsBoards, Calls, Tools, Elements,
-    Events, WallClock, Mix;
+    Events, WallClock, Weaknesses, Mix;
 
 // ---- Drawing from the seed ----
 
