@@ -114,7 +114,9 @@ TEST(BoardLights, ButtonsOfTheInputSwitchersSelect) {
     // Two at once take turns; who is let go last keeps it.
     Push(board, 2, "press");
     Push(board, 4, "press");
-    Pause(0.2);
+    for (const int input : {4, 2, 4})
+        EXPECT_TRUE(
+            WaitUntil(5, [&] { return Json::parse(Ctl(board, {"settings"}).out)["fields"]["Input"] == input; }));
     Push(board, 4, "release");
     ExpectLights(board, LitInput(2));
     Push(board, 2, "release");

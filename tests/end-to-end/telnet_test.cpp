@@ -79,8 +79,8 @@ TEST(Telnet, ThirtyFirstClientReplacesThirty) {
 
         const size_t from = OutputSize(board);
         const TcpClient next(port);
-        EXPECT_EQ(Ask(next, "$POLL$"), kPollAnswer);
-        EXPECT_TRUE(WaitForOutput(board, "Max number of clients reached. Closing all pipes.\n", 5, from));
+        ASSERT_EQ(Ask(next, "$POLL$"), kPollAnswer);
+        ASSERT_TRUE(WaitForOutput(board, "Max number of clients reached. Closing all pipes.\n", 5, from));
         EXPECT_TRUE(WaitForOutput(board, "Adding to list of sockets as 0\n", 5, from));
         for (const TcpClient& client : clients) {
             EXPECT_EQ(ReceiveAll(client, 20), "") << "dropped without a message";
