@@ -8,6 +8,7 @@
 #include <charconv>
 #include <map>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -21,11 +22,18 @@ static constexpr unsigned kMajor = 89;
 static constexpr int kBuses[] = {1, 2};
 static constexpr size_t kMessageBytes = 8192;  // of one message, as in the kernel
 
-enum class Fault { kNak, kNakOnce, kHang };
+enum class Fault { kNak, kNakOnce, kNakEach, kHang };
+
+struct Site {
+    unsigned start;  // register
+    bool isRead;
+    auto operator<=>(const Site&) const = default;
+};
 
 struct AddressFault {
     Fault kind;
-    unsigned countdown = 0;  // kNakOnce: transfers until the one that fails, that one included
+    unsigned countdown = 0;       // kNakOnce: transfers until the one that fails, that one included
+    std::set<Site> refused = {};  // kNakEach
 };
 
 static std::vector<I2cDevice*> devices;
@@ -83,11 +91,18 @@ static int FetchMessages(const IoctlCall& call, std::vector<Message>& messages) 
     return 0;
 }
 
+static Site SiteOf(std::span<const Message> messages) {
+    const Message& first = messages.front();
+    return {.start = first.isRead || first.bytes.empty() ? first.start : first.bytes.front(),
+            .isRead = std::ranges::any_of(messages, &Message::isRead)};
+}
+
 // Counts one transfer to the address, and tells whether a fault swallows it.
-static bool FaultStrikes(uint8_t address) {
+static bool FaultStrikes(uint8_t address, const Site& site) {
     const auto fault = faults.find(address);
     if (fault == faults.end()) return false;
     if (fault->second.kind == Fault::kNak) return true;
+    if (fault->second.kind == Fault::kNakEach) return fault->second.refused.insert(site).second;
     if (--fault->second.countdown > 0) return false;
     faults.erase(fault);
     return true;
@@ -102,8 +117,9 @@ static bool Hangs(const Message& message) {
 // whole or not at all.
 static bool Acknowledged(int bus, std::span<Message> messages) {
     int counted = -1;
+    const Site site = SiteOf(messages);
     for (Message& message : messages) {
-        if (message.address != counted && FaultStrikes(message.address)) return false;
+        if (message.address != counted && FaultStrikes(message.address, site)) return false;
         counted = message.address;
         message.device = FindDevice(bus, message.address);
         if (message.device == nullptr) return false;
@@ -148,11 +164,14 @@ static void TraceMessage(int bus, const Message& message, std::string_view kind,
                   {kind, HexList(bytes)}});
 }
 
-static void TraceFailure(int bus, Message& first) {
-    if (!first.isRead && !first.bytes.empty()) first.start = first.bytes.front();
+static void TraceFailure(int bus, std::span<Message> messages) {
+    Message& first = messages.front();
+    const Site site = SiteOf(messages);
+    first.start = site.start;
     if (IsPolled(bus, first, "nak")) return;
     Json fields{{"bus", bus}, {"address", Hex(first.address)}};
-    if (!first.isRead && !first.bytes.empty()) fields["register"] = Hex(first.bytes.front());
+    if (!first.isRead && !first.bytes.empty()) fields["register"] = Hex(site.start);
+    fields["refused"] = site.isRead ? "read" : "write";
     fields["error"] = "nak";
     Trace("i2c", std::move(fields));
 }
@@ -163,7 +182,7 @@ static int Transfer(const IoctlCall& call) {
     if (const int error = FetchMessages(call, messages); error != 0) return error;
     if (std::ranges::any_of(messages, Hangs)) return kHold;
     if (!Acknowledged(bus, messages)) {
-        TraceFailure(bus, messages.front());
+        TraceFailure(bus, messages);
         return -ENXIO;
     }
     for (size_t at = 0; at < messages.size(); ++at) {
@@ -236,15 +255,16 @@ static std::optional<Number> ParseNumber(std::string_view text, int base) {
 }
 
 VerbAnswer I2cFaultVerb(const VerbWords& words) {
-    static constexpr const char* kUsage = "usage: fault i2c ADDRESS nak [N] | hang | off (ADDRESS in hex, 00 to 7F)";
+    static constexpr const char* kUsage =
+        "usage: fault i2c ADDRESS nak [N|each] | hang | off (ADDRESS in hex, 00 to 7F)";
     const std::optional<uint8_t> address = words.empty() ? std::nullopt : ParseNumber<uint8_t>(words[0], 16);
     if (!address || *address > 0x7F || words.size() < 2 || words.size() > 3) return Bad(kUsage);
-    const bool counted = words.size() == 3;
+    const bool each = words.size() == 3 && words[2] == "each", counted = words.size() == 3 && !each;
     const unsigned count = counted ? ParseNumber<unsigned>(words[2], 10).value_or(0) : 0;
-    if (counted && (words[1] != "nak" || count == 0)) return Bad(kUsage);
+    if (words.size() == 3 && (words[1] != "nak" || (counted && count == 0))) return Bad(kUsage);
 
     if (words[1] == "nak") {
-        faults[*address] = {counted ? Fault::kNakOnce : Fault::kNak, count};
+        faults[*address] = {each ? Fault::kNakEach : counted ? Fault::kNakOnce : Fault::kNak, count};
     } else if (words[1] == "hang") {
         faults[*address] = {Fault::kHang};
     } else if (words[1] == "off") {

@@ -35,4 +35,4 @@ void PowerOnI2c();
 
 VerbAnswer I2cVerb(const VerbWords& words);       // i2c: every register map
 Json I2cFaultSummary();                           // {"08": "nak"}
-VerbAnswer I2cFaultVerb(const VerbWords& words);  // ADDRESS nak [N] | hang | off
+VerbAnswer I2cFaultVerb(const VerbWords& words);  // ADDRESS nak [N | each] | hang | off
