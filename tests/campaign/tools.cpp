@@ -51,6 +51,11 @@ static void TryAtStart(Bench& bench, const Tool& tool, std::string_view fault) {
         PauseUpTo(bench, 5);
     else
         Expect(bench, ShowsFull(bench.board, '1', 40), "a picture without " + std::string(tool.name));
+    if (std::string_view(tool.name) == "stty" && fault != kHang && fault != "slow") {  // the line echoes, too
+        Expect(bench, Do(bench, {"serial", "<POLL>"}).find("ACK") == std::string::npos,
+               "no answer without a line's end");
+        Expect(bench, Do(bench, {"serial", "\\n"}).find("ACK") != std::string::npos, "an answer behind a line's end");
+    }
     Do(bench, {"fault", "tool", tool.name, "off"});
     Expect(bench, ShowsFull(bench.board, '1', 40), "a picture once the tool works");
     if (IsShell(tool)) bench.lives = Status(bench.board)["daemon"]["starts"];
