@@ -8,6 +8,7 @@
 //   /opt/board                what the emulator brings: tools gst daemon faults (read-only), display, state (writable),
 //                             full (a file system without a free block)
 //   /.cache/gstreamer-1.0     the registry of GStreamer plug-ins, volatile
+//   $TESSEL_SHARE             a folder of the host, writable, under the path that it has there; nothing without a word
 //
 // Works as root and as an ordinary user, whose id is the board's root either way. The board's process 1 is a small loop
 // of ours (sandbox_init): it starts the daemon, reaps, and dies with the supervisor, and everything on the board with

@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -77,7 +78,8 @@ static bool BindBoardFolders(const fs::path& root) {
     };
     for (const Bind& bind : binds)
         if (fs::exists(bind.from) && !BindAt(root, bind)) return false;
-    return true;
+    const char* share = getenv("TESSEL_SHARE");
+    return share == nullptr || BindAt(root, {share, share, Access::kWritable});
 }
 
 // /bin and its like are links into /usr, or folders where /usr is not merged.
