@@ -81,7 +81,7 @@ static void ReportGrowth(const std::vector<Memory>& samples) {
 // Nothing is plugged: there is no picture, and the sound is built only ten seconds after the start.
 static bool MeasureWithoutPipelines() {
     const Board board = StartNewBoard({"--monitor", "none"});
-    if (!WaitForOutput(board, "Manage dynamic pipeline", 30)) return false;
+    if (!WaitForOutput(board, "Manage dynamic pipeline", 30)) return fprintf(stderr, "no start\n"), false;
     Pause(3);
     ReportMemory("no pipeline yet", MemoryOf(DaemonOf(board), 0));
     return true;
@@ -151,7 +151,7 @@ static void ReportThreads(const Threads& daemon, const Threads& bare, double sec
 static bool MeasureAtWork(const std::string& self, double minutes) {
     const Words camera{"--camera1", "hd-mjpeg"};
     const Board board = StartNewBoard(camera);
-    if (!WaitForPicture(board) || !WaitForSound(board)) return false;
+    if (!WaitForPicture(board) || !WaitForSound(board)) return fprintf(stderr, "no picture or no sound\n"), false;
     const Board bare = StartNewBoard({camera[0], camera[1], "--daemon", self, "--no-restart", "--", kBare});
     Pause(kSettle);
     const int pid = DaemonOf(board), barePid = DaemonOf(bare);
@@ -163,6 +163,7 @@ static bool MeasureAtWork(const std::string& self, double minutes) {
         Pause(kSamplePause);
     }
     const double seconds = FiguresOf(pid).wallSeconds - start;
+    if (DaemonOf(board) != pid || DaemonOf(bare) != barePid) return fprintf(stderr, "a process has ended\n"), false;
     ReportThreads(Between(before, ThreadsOf(pid)), Between(bareBefore, ThreadsOf(barePid)), seconds);
     ReportThread("programs that it ran", {.name = {}, .seconds = SecondsOfChildren(pid) - children}, 0, seconds);
     ReportGrowth(samples);
@@ -173,7 +174,5 @@ int main(int count, char** arguments) {
     if (count > 1 && strcmp(arguments[1], kBare) == 0) RunBare();
     const double minutes = count > 1 ? strtod(arguments[1], nullptr) : kMinutes;
     const std::string self = std::filesystem::read_symlink("/proc/self/exe");
-    if (MeasureWithoutPipelines() && MeasureAtWork(self, minutes)) return 0;
-    fprintf(stderr, "The board shows no picture or plays no sound.\n");
-    return 1;
+    return MeasureWithoutPipelines() && MeasureAtWork(self, minutes) ? 0 : 1;
 }
