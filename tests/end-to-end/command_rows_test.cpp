@@ -94,7 +94,7 @@ static std::string ExpectedAnswer(const Bench& bench, const CommandRow& row) {
             return row.ends == Ends::kNothing ? row.sends + answer : "";
         case kConsole:  // among the log lines of other threads
             if (!ActsHere(bench, row)) return "*NACK\r\nCommand not recognized.\n*";
-            return "*" + row.prints + row.sends + (row.word == "RBT" ? "" : answer) + "*";
+            return "*" + row.prints + row.sends + "*" + (row.word == "RBT" ? "" : answer) + "*";
         case kTelnet:
             return log + (row.answersFirst ? answer : "") + row.sends + answer + (row.ends == Ends::kBoard ? "*" : log);
         default:
