@@ -91,21 +91,44 @@ static Rectangle AreaOf(const Placement& placement, const GstVideoInfo& info) {
     return sideways ? FitRatio(shapeHeight, shapeWidth, area) : FitRatio(shapeWidth, shapeHeight, area);
 }
 
+using Pads = std::vector<TesselCompositorPad*>;
+
+// A layout moves several windows, and is taken over when all have been notified: as long as one is being set, all stay
+// where they are. Placements are read before it is asked whether they are settled, so that nobody comes in between.
+static void TakeOverLayout(const Pads& pads) {
+    std::vector<Placement> placements;
+    for (TesselCompositorPad* const pad : pads) placements.push_back(PlacementOf(pad));
+    for (size_t i = 0; i < pads.size(); ++i)
+        if (!IsSettledAt(pads[i], placements[i])) return;
+    for (size_t i = 0; i < pads.size(); ++i) {
+        pads[i]->shown = placements[i];
+        pads[i]->level = i;
+    }
+}
+
+// From the bottom to the top of what is shown. Under the compositor's object lock.
+static Pads ShownPads(GstVideoAggregator* aggregator) {
+    Pads pads;
+    for (GList* item = GST_ELEMENT(aggregator)->sinkpads; item; item = item->next)
+        pads.push_back(static_cast<TesselCompositorPad*>(item->data));
+    TakeOverLayout(pads);
+    std::ranges::stable_sort(pads, {}, [](const TesselCompositorPad* pad) { return pad->level; });
+    return pads;
+}
+
 // Input frames stay mapped from PrepareFrame to CleanFrame, which the base class calls around this.
 static GstFlowReturn AggregateFrames(GstVideoAggregator* aggregator, GstBuffer* output) {
     GstVideoFrame frame;
     if (!gst_video_frame_map(&frame, &aggregator->info, output, GST_MAP_WRITE)) return GST_FLOW_ERROR;
     std::vector<VideoWindow> windows;
     GST_OBJECT_LOCK(aggregator);
-    for (GList* item = GST_ELEMENT(aggregator)->sinkpads; item; item = item->next) {
-        auto* const pad = static_cast<TesselCompositorPad*>(item->data);
+    for (TesselCompositorPad* const pad : ShownPads(aggregator)) {
         const GstVideoFrame* const input = gst_video_aggregator_pad_get_prepared_frame(&pad->parent);
         if (!input) continue;
-        const Placement placement = PlacementOf(pad);
         windows.push_back({.picture = PictureOf(*input),
-                           .area = AreaOf(placement, input->info),
-                           .turn = static_cast<Turn>(placement.turn),
-                           .alpha = static_cast<int>(std::lround(placement.alpha * kOpaque))});
+                           .area = AreaOf(pad->shown, input->info),
+                           .turn = static_cast<Turn>(pad->shown.turn),
+                           .alpha = static_cast<int>(std::lround(pad->shown.alpha * kOpaque))});
     }
     GST_OBJECT_UNLOCK(aggregator);
     const Canvas canvas{static_cast<uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(&frame, 0)),

@@ -74,7 +74,8 @@ static void GetPadProperty(GObject* object, guint id, GValue* value, GParamSpec*
     }
 }
 
-// Comes once after all properties of one g_object_set() call: no frame sees half of them.
+// Comes once after all properties of one g_object_set() call, or of all calls until notification is thawed: no frame
+// sees half of them.
 static void TakeOverPlacement(GObject* object, guint count, GParamSpec** specs) {
     TesselCompositorPad* const pad = TESSEL_COMPOSITOR_PAD(object);
     GST_OBJECT_LOCK(object);
@@ -161,8 +162,15 @@ Placement PlacementOf(TesselCompositorPad* pad) {
     return placement;
 }
 
+bool IsSettledAt(TesselCompositorPad* pad, const Placement& placement) {
+    GST_OBJECT_LOCK(pad);
+    const bool settled = pad->wanted == placement;
+    GST_OBJECT_UNLOCK(pad);
+    return settled;
+}
+
 static void tessel_compositor_pad_init(TesselCompositorPad* pad) {
-    pad->wanted = pad->placement = {};
+    pad->wanted = pad->placement = pad->shown = {};
     pad->due = GST_CLOCK_TIME_NONE;
     gst_pad_add_probe(GST_PAD(pad), GST_PAD_PROBE_TYPE_BUFFER, MoveToPresent, nullptr, nullptr);
     gst_pad_add_probe(GST_PAD(pad), GST_PAD_PROBE_TYPE_EVENT_UPSTREAM, KeepLatenessFromSources, nullptr, nullptr);

@@ -14,6 +14,7 @@ struct Placement {
     double alpha = 1;
     int turn = 0;
     gboolean keepRatio = FALSE;
+    bool operator==(const Placement&) const = default;
 };
 
 struct _TesselCompositor {
@@ -25,11 +26,15 @@ struct _TesselCompositor {
 
 struct _TesselCompositorPad {
     GstVideoAggregatorPad parent;
-    Placement wanted, placement;    // being set; in force. Under the pad's object lock.
+    Placement wanted, placement;    // being set; notified. Under the pad's object lock.
+    Placement shown;                // in the newest frame,
+    size_t level;                   // counted from the bottom. Both: the compositor's streaming thread.
     GstClockTimeDiff shift;         // added to time stamps
     GstClockTime next;              // where the next frame starts if it does not say. Both: the pad's streaming thread.
     std::atomic<GstClockTime> due;  // running time of the frame after the newest; none: nothing is expected
 };
 
-// In force now, as a whole.
+// As notified, whole.
 Placement PlacementOf(TesselCompositorPad* pad);
+// Whether nothing else is being set.
+bool IsSettledAt(TesselCompositorPad* pad, const Placement& placement);

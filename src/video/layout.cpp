@@ -289,9 +289,14 @@ int ApplyLayout(DeviceSettings& record, FrameSize frame, GstPad* pad0, GstPad* p
 
     const std::array pads = {pad0, pad1, pad2};
     const std::array stored = {&record.Pad0Rect, &record.Pad1Rect, &record.Pad2Rect};
+    // The pads tell of their new places together: a frame between two of them would show half a layout.
+    for (GstPad* const pad : pads)
+        if (G_IS_OBJECT(pad)) g_object_freeze_notify(G_OBJECT(pad));
     for (size_t i = 0; i < placement.size(); ++i) {
         StoreWindow(*stored[i], placement[i].window);
         PlacePad(pads[i], placement[i]);
     }
+    for (GstPad* const pad : pads)
+        if (G_IS_OBJECT(pad)) g_object_thaw_notify(G_OBJECT(pad));
     return 0;
 }
