@@ -2,11 +2,43 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "settings/device_identity.h"
 
 // In the namespace of Window, where the test library looks for it.
 static void PrintTo(const Window& w, std::ostream* out) {
     *out << w.left << ',' << w.top << ' ' << w.right << ',' << w.bottom;
+}
+
+// As much of a compositor's pad as a layout sets.
+struct FakePad {
+    GObject parent;
+    int left;
+};
+struct FakePadClass {
+    GObjectClass parent;
+};
+G_DEFINE_TYPE(FakePad, fake_pad, G_TYPE_OBJECT)
+
+static void fake_pad_init(FakePad*) {}
+
+static void SetFakePad(GObject* object, guint, const GValue* value, GParamSpec* spec) {
+    FakePad* const pad = reinterpret_cast<FakePad*>(object);
+    if (g_str_equal(spec->name, "xpos")) pad->left = g_value_get_int(value);
+}
+
+static void fake_pad_class_init(FakePadClass* type) {
+    GObjectClass* const object = G_OBJECT_CLASS(type);
+    object->set_property = SetFakePad;
+    object->get_property = [](GObject*, guint, GValue*, GParamSpec*) {};  // only what can be read tells of itself
+    guint id = 0;
+    const auto install = [&](GParamSpec* property) { g_object_class_install_property(object, ++id, property); };
+    for (const char* const name : {"width", "height", "xpos", "ypos", "rotate"})
+        install(g_param_spec_int(name, name, name, 0, G_MAXINT16, 0, G_PARAM_READWRITE));
+    install(g_param_spec_uint("zorder", "zorder", "zorder", 0, 2, 0, G_PARAM_READWRITE));
+    install(g_param_spec_double("alpha", "alpha", "alpha", 0, 1, 0, G_PARAM_READWRITE));
+    install(g_param_spec_boolean("keep-ratio", "keep-ratio", "keep-ratio", FALSE, G_PARAM_READWRITE));
 }
 
 namespace {
@@ -205,4 +237,24 @@ TEST(Layout, ApplyingStoresTheWindowsAndClearsSwapOfOneSourceViews) {
     EXPECT_EQ(ApplyLayout(record, {640, 480}, nullptr, nullptr, nullptr), -1);
     EXPECT_EQ(record.Swap, 1);
     EXPECT_EQ(record.Pad1Rect.right, 1920);
+}
+
+// A frame that is composed while the first pad tells must find the others at their new places already.
+TEST(Layout, PadsTellOfTheirNewPlacesTogether) {
+    DeviceId = 0;
+    DeviceSettings record{};
+    StoreViewAndSwap(record, kViewSS, 0);
+    static std::array<FakePad*, 3> pads;
+    static std::array<int, 3> left;
+    std::array<GstPad*, 3> gstPads;
+    for (size_t i = 0; i < pads.size(); ++i) {
+        pads[i] = static_cast<FakePad*>(g_object_new(fake_pad_get_type(), nullptr));
+        gstPads[i] = reinterpret_cast<GstPad*>(pads[i]);
+    }
+    const auto look = +[] { std::ranges::transform(pads, left.begin(), &FakePad::left); };
+    g_signal_connect(pads[0], "notify::xpos", G_CALLBACK(look), nullptr);
+    EXPECT_EQ(ApplyLayout(record, kFullHd, gstPads[0], gstPads[1], gstPads[2]), 0);
+    EXPECT_EQ(left, (std::array<int, 3>{record.Pad0Rect.left, record.Pad1Rect.left, record.Pad2Rect.left}));
+    EXPECT_EQ(left[1], 960);
+    for (FakePad* const pad : pads) g_object_unref(pad);
 }
