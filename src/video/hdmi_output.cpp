@@ -127,10 +127,11 @@ int SetHdmiOutput(uint8_t index, int fromCommand) {
 }
 
 std::optional<OutputMode> ParseModeLine(const char* line) {
+    constexpr unsigned kMost = 999'999;  // six digits hold every size there is and keep sscanf from overflowing
     const char* quoted = strchr(line, '"');
     OutputMode mode;
-    // Six digits hold every size there is and keep sscanf from overflowing.
     if (!quoted || sscanf(quoted, "\"%6ux%6u-%6u", &mode.width, &mode.height, &mode.refresh) != 3) return std::nullopt;
+    if (mode.width > kMost || mode.height > kMost || mode.refresh > kMost) return std::nullopt;  // a minus sign
     return mode;
 }
 
