@@ -198,10 +198,9 @@ struct DeliveryWord {
     std::string_view word;
     Delivery delivery;
 };
-static constexpr std::array kDeliveries = {DeliveryWord{"stall", Delivery::kStalled},
-                                           DeliveryWord{"resume", Delivery::kNormal},
-                                           DeliveryWord{"garbage", Delivery::kGarbage},
-                                           DeliveryWord{"wrong-size", Delivery::kWrongSize}};
+static constexpr std::array kDeliveries = {
+    DeliveryWord{"stall", Delivery::kStalled}, DeliveryWord{"resume", Delivery::kNormal},
+    DeliveryWord{"garbage", Delivery::kGarbage}, DeliveryWord{"wrong-size", Delivery::kWrongSize}};
 
 static VerbAnswer Deliver(int camera, const DeliveryWord& row) {
     const CameraPort& port = PortOf(camera);

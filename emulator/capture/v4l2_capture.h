@@ -92,8 +92,8 @@ void RemoveCaptureDevice(CaptureDevice& device);
 // The source changed: ask `order` again, for a device that streams.
 void RestartCapture(CaptureDevice& device);
 
-// Stalled: no frame any more, all calls stay alive. Garbage: frames of noise, or cut short. Wrong size: the source is to
-// see to it (DeliveryOf), it is asked again.
+// Stalled: no frame any more, all calls stay alive. Garbage: frames of noise, or cut short. Wrong size: the source is
+// to see to it (DeliveryOf), it is asked again.
 void SetDelivery(CaptureDevice& device, Delivery delivery);
 
 void SetControlFault(CaptureDevice& device, ControlFault fault);

@@ -8,6 +8,6 @@
 // Fresh lines, with the attributes that a terminal has before anybody set any.
 void PowerOnSerialLines();
 
-// serial TEXT [MS]: sends TEXT to the control port; \r \n \t \\ and \xHH stand for bytes. Answers, a second or MS later,
-// with what came back meanwhile.
+// serial TEXT [MS]: sends TEXT to the control port; \r \n \t \\ and \xHH stand for bytes. Answers, a second or MS
+// later, with what came back meanwhile.
 VerbAnswer SerialVerb(const VerbWords& words);
