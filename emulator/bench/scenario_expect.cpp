@@ -48,7 +48,7 @@ static bool ParseWindow(std::string_view text, Shown& shown) {
 // fills, or at WINDOW; then perhaps running or standing
 static std::string ParsePlace(Expectation& expectation) {
     const Words& words = expectation.words;
-    const std::string usage = UsageOf(*expectation.kind);
+    std::string usage = UsageOf(*expectation.kind);
     size_t at = 2;
     if (words[1] == "at" && (words.size() < 3 || !ParseWindow(words[at++], *expectation.shown)))
         return "a window reads like 960x540+0+270: width, height, left, top";

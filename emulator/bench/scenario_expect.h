@@ -36,6 +36,7 @@ struct Motion {
 };
 
 // One look at the board, at a time in seconds. Only what the kind looks at is there.
+// NOLINTNEXTLINE(bugprone-exception-escape): made by the compiler, which asks the JSON library
 struct Look {
     double seconds = 0;
     std::optional<Picture> picture = {};

@@ -25,7 +25,7 @@ static void (*follower)(const std::string&) = nullptr;
 
 int64_t TraceTime(int64_t microseconds) { return microseconds - start; }
 
-void Trace(std::string_view what, Json fields) {
+void Trace(std::string_view what, const Json& fields) {
     Json record{{"t", TraceTime(NowMicroseconds())}, {"what", what}};
     record.update(fields);
     // Arguments of programs and serial lines may carry any bytes.

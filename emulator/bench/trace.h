@@ -13,7 +13,7 @@ using Json = nlohmann::ordered_json;
 // Records {"t": microseconds, "what": what, ...fields}. Kinds in use: "i2c", "gpio", "ioctl", "exec", "watchdog",
 // "plug", "reset", "daemon", "file", "serial", "framebuffer", "fault", "journal", "sound", "panel" (what hands do to
 // it), "led".
-void Trace(std::string_view what, Json fields);
+void Trace(std::string_view what, const Json& fields);
 int64_t TraceTime(int64_t microseconds);  // of NowMicroseconds(), as "t" tells it
 void ClearTrace();
 

@@ -134,7 +134,7 @@ std::string PlugCamera(int camera, const std::string& profile) {
     if (!result.error.empty()) return result.error;
     port.plugged = std::move(result.profile);
     port.pluggedAs = profile;
-    const std::string error = Connect(camera);
+    std::string error = Connect(camera);
     if (!error.empty()) port.plugged.reset();
     return error;
 }

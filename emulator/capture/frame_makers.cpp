@@ -36,7 +36,7 @@ struct FrameKind {
     bool raw422;
     void (*prepare)(FrameMaker& maker);
     size_t (*fill)(FrameMaker& maker, FrameBuffer& buffer, const FrameStamp& now, const FrameStamp& next);
-    void (*work)(FrameMaker& maker, std::stop_token stop);
+    void (*work)(FrameMaker& maker, const std::stop_token& stop);
 };
 
 struct FrameMaker {
@@ -151,7 +151,7 @@ static size_t FillH264(FrameMaker& maker, FrameBuffer& buffer, const FrameStamp&
     return size;
 }
 
-static void WorkH264(FrameMaker& maker, std::stop_token stop) {
+static void WorkH264(FrameMaker& maker, const std::stop_token& stop) {
     std::unique_lock lock(maker.mutex);
     while (maker.encoder &&
            maker.changed.wait(lock, stop, [&] { return !maker.wanted.empty() && maker.made.empty(); })) {
@@ -170,7 +170,7 @@ static size_t FillRecording(FrameMaker& maker, FrameBuffer& buffer, const FrameS
     return TakeMade(maker, buffer);
 }
 
-static void WorkRecording(FrameMaker& maker, std::stop_token stop) {
+static void WorkRecording(FrameMaker& maker, const std::stop_token& stop) {
     const std::stop_callback wakeReader(stop, [&] { StopRecording(*maker.recording); });
     for (;;) {
         std::vector<uint8_t> frame = ReadRecording(*maker.recording);
@@ -255,7 +255,7 @@ std::shared_ptr<FrameMaker> StartFrames(const FrameOrder& order) {
                                           .rateDenominator = order.interval.numerator});
         if (!maker->recording) maker->kind = &kNoiseKind;
     }
-    maker->thread = std::jthread([maker = maker.get()](std::stop_token stop) {
+    maker->thread = std::jthread([maker = maker.get()](const std::stop_token& stop) {
         maker->kind->prepare(*maker);
         maker->prepared.store(true, std::memory_order_release);
         if (maker->kind->work != nullptr) maker->kind->work(*maker, stop);

@@ -106,8 +106,8 @@ static bool StartPlayer(Recording& recording) {
 // Up to and with the end marker, which the data itself cannot contain; 0: not complete yet.
 static size_t WholeJpegBytes(std::span<const uint8_t> stream) {
     static constexpr std::array<uint8_t, 2> kEnd = {0xff, 0xd9};
-    const auto end = std::ranges::search(stream, kEnd);
-    return end.empty() ? 0 : static_cast<size_t>(end.end() - stream.begin());
+    const auto end = std::search(stream.begin(), stream.end(), kEnd.begin(), kEnd.end());
+    return end == stream.end() ? 0 : static_cast<size_t>(end - stream.begin()) + kEnd.size();
 }
 
 static size_t WholeFrameBytes(const Recording& recording) {

@@ -219,7 +219,7 @@ Delivery DeliveryOf(const CaptureDevice& device) { return device.delivery; }
 
 void SetControlFault(CaptureDevice& device, ControlFault fault) { device.controlFault = fault; }
 
-int TellRequest(const CaptureCall& call, const char* request, Json fields, int result) {
+int TellRequest(const CaptureCall& call, const char* request, const Json& fields, int result) {
     Json line = {{"node", call.device.path}, {"request", request}};
     line.update(fields);
     if (result < 0) line["error"] = strerrorname_np(-result);

@@ -82,7 +82,7 @@ static int TellRange(const CaptureCall& call, const char* request, Query& query)
                        {"minimum", query.minimum},
                        {"maximum", query.maximum},
                        {"step", query.step}});
-    return TellRequest(call, request, std::move(fields), result);
+    return TellRequest(call, request, fields, result);
 }
 
 int QueryControl(const CaptureCall& call, v4l2_queryctrl& query) { return TellRange(call, "VIDIOC_QUERYCTRL", query); }

@@ -73,7 +73,7 @@ struct CaptureCall {
 inline bool HasFault(const CaptureCall& call, ControlFault fault) { return call.device.controlFault == fault; }
 
 // Puts a request about controls into the trace, with the name of its error, and returns its result.
-int TellRequest(const CaptureCall& call, const char* request, Json fields, int result);
+int TellRequest(const CaptureCall& call, const char* request, const Json& fields, int result);
 
 // Each gets the caller's record and leaves the answer in it: 0 (or what the ioctl returns), -errno or kHold.
 // Formats:

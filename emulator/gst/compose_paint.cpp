@@ -60,23 +60,13 @@ static const libyuv::YuvConstants& Matrix(Colours colours) {
 
 // --- one row of a plane, from its picture to its width on the canvas ---
 
-// Plain vector types: the compiler finds the instructions of each processor.
-using Bytes8 [[gnu::vector_size(8)]] = uint8_t;
-using Bytes16 [[gnu::vector_size(16)]] = uint8_t;
-using Words8 [[gnu::vector_size(16)]] = uint16_t;
-
 static void ScaleColumnsPlain(const uint8_t* row, std::span<const ColumnBlock> columns, uint8_t* to) {
     for (const ColumnBlock& block : columns)
-        for (size_t half = 0; half < 2; ++half, to += 8) {
-            Bytes16 samples, pairs, weights;
-            std::memcpy(&samples, row + block.bases[half], sizeof samples);
-            std::memcpy(&pairs, &block.pairs[half * 16], sizeof pairs);
-            std::memcpy(&weights, &block.weights[half * 16], sizeof weights);
-            const Words8 both = reinterpret_cast<Words8>(__builtin_shuffle(samples, pairs));
-            const Words8 parts = reinterpret_cast<Words8>(weights);
-            const Words8 sums = (both & 0xff) * (parts & 0xff) + (both >> 8) * (parts >> 8) + 128;
-            const Bytes8 pixels = __builtin_convertvector(sums >> 8, Bytes8);
-            std::memcpy(to, &pixels, sizeof pixels);
+        for (size_t i = 0; i < 2 * kBlockPixels; i += 2) {
+            const uint8_t* const base = row + block.bases[i / kBlockPixels];
+            const int left = base[block.pairs[i]] * block.weights[i];
+            const int right = base[block.pairs[i + 1]] * block.weights[i + 1];
+            *to++ = static_cast<uint8_t>((left + right + 128) >> 8);
         }
 }
 

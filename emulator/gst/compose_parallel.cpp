@@ -69,7 +69,8 @@ void StopPainters(Painters* painters) {
 }
 
 void PaintScene(Painters& painters, Scene scene, const Canvas& canvas) {
-    const auto job = std::make_shared<PaintJob>(std::move(scene), canvas, (canvas.height + kBandRows - 1) / kBandRows);
+    const std::shared_ptr<PaintJob> job(
+        new PaintJob{std::move(scene), canvas, (canvas.height + kBandRows - 1) / kBandRows});
     {
         const std::lock_guard guard(painters.lock);
         painters.job = job;

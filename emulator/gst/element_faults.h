@@ -7,5 +7,5 @@
 
 inline constexpr const char* kElementFaults = "/opt/board/state/element-faults";  // in the board
 
-typedef struct _GstPlugin GstPlugin;
+typedef struct _GstPlugin GstPlugin;  // NOLINT(bugprone-reserved-identifier)
 int RegisterElementFaults(GstPlugin* plugin);  // gboolean

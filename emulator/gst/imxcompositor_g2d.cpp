@@ -223,10 +223,10 @@ static void ReleasePad(GstElement* element, GstPad* pad) {
 // Command lines reach the pads' properties as "sink_0::xpos".
 static GObject* ChildByIndex(GstChildProxy* proxy, guint index) {
     GST_OBJECT_LOCK(proxy);
-    gpointer const pad = g_list_nth_data(GST_ELEMENT(proxy)->sinkpads, index);
+    auto* const pad = static_cast<GObject*>(g_list_nth_data(GST_ELEMENT(proxy)->sinkpads, index));
     if (pad) gst_object_ref(pad);
     GST_OBJECT_UNLOCK(proxy);
-    return static_cast<GObject*>(pad);
+    return pad;
 }
 
 static guint ChildrenCount(GstChildProxy* proxy) {

@@ -31,7 +31,7 @@ constexpr GstVideoColorimetry kJpegColours = {GST_VIDEO_COLOR_RANGE_0_255, GST_V
 }  // namespace
 
 static void* Open() {
-    const tjhandle decoder = tjInitDecompress();
+    tjhandle decoder = tjInitDecompress();
     return decoder ? new Jpeg{decoder, {}, {}, 0} : nullptr;
 }
 

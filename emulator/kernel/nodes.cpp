@@ -63,7 +63,7 @@ void StartNodes() {
 
 bool NodesCarryNumbers() { return carryNumbers; }
 
-void AddNode(std::string path, const DeviceModel& model, int unit, unsigned majorNumber, unsigned minorNumber) {
+void AddNode(const std::string& path, const DeviceModel& model, int unit, unsigned majorNumber, unsigned minorNumber) {
     fs::path host = HostPath(path);
     std::error_code error;
     fs::create_directories(host.parent_path(), error);

@@ -83,7 +83,7 @@ struct OpenFile {
 // Nodes. A character node appears in (or leaves) the board's /dev with its device number; open files of a removed node
 // live on, as in the kernel. A path may also be a folder prefix ending in '/', for trees such as sysfs GPIO, whose
 // files are not made here and whose every open reaches the model.
-void AddNode(std::string path, const DeviceModel& model, int unit, unsigned majorNumber, unsigned minorNumber);
+void AddNode(const std::string& path, const DeviceModel& model, int unit, unsigned majorNumber, unsigned minorNumber);
 void AddTree(std::string prefix, const DeviceModel& model, int unit);
 void RemoveNode(std::string_view path);
 

@@ -85,7 +85,7 @@ static ssize_t ReadStream(void* context, uint64_t, char* to, size_t room) {
         return 0;
     }
     const size_t size = std::min(room, stream.outgoing.size());
-    memcpy(to, stream.outgoing.data(), size);
+    stream.outgoing.copy(to, size);
     stream.outgoing.erase(0, size);
     return ssize_t(size);
 }

@@ -68,7 +68,7 @@ static bool ScaleSlot(const DisplayHeader& display, uint32_t widest, Scaled& sca
 }
 
 static std::span<const uint8_t> Compress(const Scaled& scaled) {
-    static const tjhandle compressor = tjInitCompress();
+    static tjhandle compressor = tjInitCompress();
     static std::vector<unsigned char> jpeg;
     jpeg.resize(tjBufSize(int(scaled.smallWidth), int(scaled.smallHeight), TJSAMP_420));
     unsigned char* to = jpeg.data();

@@ -362,7 +362,7 @@ static constexpr std::array kFaults = {SoundFault{"busy", TurnBusy}, SoundFault{
                                        SoundFault{"xrun", CauseXrun}, SoundFault{"off", EndFaults}};
 
 VerbAnswer SoundFaultVerb(const VerbWords& words) {
-    const VerbAnswer usage = Bad("usage: fault sound PLACE busy|gone|xrun|off");
+    VerbAnswer usage = Bad("usage: fault sound PLACE busy|gone|xrun|off");
     if (words.size() != 2) return usage;
     const auto place = std::ranges::find(kSoundPlaces, std::string_view(words[0]), &SoundPlaceRow::name);
     const auto fault = std::ranges::find(kFaults, std::string_view(words[1]), &SoundFault::word);

@@ -111,9 +111,10 @@ static void ShowTemperature() { WriteBoardFile("/sys/class/thermal/thermal_zone0
 
 VerbAnswer TemperatureVerb(const VerbWords& words) {
     constexpr double kLimit = 1000;
-    char* end = nullptr;
-    const double degrees = words.size() == 1 ? strtod(words[0].c_str(), &end) : 0;
-    if (words.size() != 1 || words[0].empty() || *end || !(std::abs(degrees) <= kLimit)) return Usage("temperature");
+    if (words.size() != 1) return Usage("temperature");
+    char* end;
+    const double degrees = strtod(words[0].c_str(), &end);
+    if (words[0].empty() || *end || !(std::abs(degrees) <= kLimit)) return Usage("temperature");
     temperature = std::lround(degrees * 1000);
     ShowTemperature();
     return {};

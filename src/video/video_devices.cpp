@@ -112,9 +112,10 @@ void QueryVideoDevice(const char* devicePath, VideoDeviceInfo& info) {
 
 static const char* TextOf(const uint8_t* text) { return reinterpret_cast<const char*>(text); }
 
-// Other threads may be reading: what is already there is not stored again.
+// Other threads may be reading: what is already there is not stored again. Other padding costs no more than a store.
 template <typename T>
 static void StoreChange(T& stored, const T& value) {
+    // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
     if (memcmp(&stored, &value, sizeof value) != 0) CopySharedBytes(&stored, &value, sizeof value);
 }
 
