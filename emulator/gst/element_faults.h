@@ -7,5 +7,6 @@
 
 inline constexpr const char* kElementFaults = "/opt/board/state/element-faults";  // in the board
 
-typedef struct _GstPlugin GstPlugin;  // NOLINT(bugprone-reserved-identifier)
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
+typedef struct _GstPlugin GstPlugin;
 int RegisterElementFaults(GstPlugin* plugin);  // gboolean
