@@ -20,6 +20,7 @@
 #include "board_run.h"
 
 inline constexpr double kPictureWithin = 4 + 3;  // s: quiet of the plugs, pause, scan, first second of a life; and 3
+inline constexpr double kLifeWithin = 1 + 5 + kPictureWithin;  // s: pause before a start, start
 
 inline constexpr const char* kCamerasAtRest[] = {"speakerphone", "hd-mjpeg"};  // of ports 1 and 2, where they are
 
@@ -70,6 +71,9 @@ auto& Any(Bench& bench, Range& of) {
 bool Expect(Bench& bench, bool holds, const std::string& what);  // `what` should have been; the first complaint counts
 std::string Do(Bench& bench, const Words& verb);                 // a verb of the board that has to succeed: its result
 double Stretched(double seconds);                                // a limit, times TESSEL_PATIENCE of the environment
+
+// The daemon ends, as it should, and is started again within that time.
+void ExpectNextLife(Bench& bench, double seconds, const char* why);
 
 // The source fills the display with a running picture in time; bench.worst remembers how late the latest was.
 bool ShowsInTime(Bench& bench, char source, double seconds = kPictureWithin);

@@ -227,6 +227,12 @@ static void CheckSettings(Bench& bench) {
     Expect(bench, whole, "the settings file is a whole record");
 }
 
+void ExpectNextLife(Bench& bench, double seconds, const char* why) {
+    ++bench.lives;
+    bench.pictureWithin = kLifeWithin;
+    Expect(bench, WaitUntil(seconds, [&] { return Status(bench.board)["daemon"]["starts"] == bench.lives; }), why);
+}
+
 static void CheckLife(Bench& bench) {
     const Json status = Status(bench.board);
     const unsigned lives = status["daemon"]["starts"];

@@ -4,8 +4,7 @@
 #include "campaign.h"
 
 static constexpr const char* kModeAtRest = "1280x720p30";
-static constexpr double kSwitchWithin = 4 + kPictureWithin;    // s: the capture's own restart, a second look at it
-static constexpr double kLifeWithin = 1 + 5 + kPictureWithin;  // s: pause before a start, start
+static constexpr double kSwitchWithin = 4 + kPictureWithin;  // s: the capture's own restart, a second look at it
 
 static void SetSource(Bench& bench, const char* mode) { Do(bench, {"hdmi-in", "0", mode}); }
 

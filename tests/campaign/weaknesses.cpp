@@ -5,18 +5,9 @@
 #include "tcp_client.h"
 
 static constexpr const char* kAck = "ACK\r\n";
-static constexpr double kStarved = 30 + 10;                    // s: the watchdog's time-out, the start behind it
-static constexpr double kLifeWithin = 1 + 5 + kPictureWithin;  // s: pause before a start, start
+static constexpr double kStarved = 30 + 10;  // s: the watchdog's time-out, the start behind it
 
 static Json Fields(const Bench& bench) { return Json::parse(Ctl(bench.board, {"settings"}).out)["fields"]; }
-
-static unsigned Starts(const Bench& bench) { return Status(bench.board)["daemon"]["starts"]; }
-
-static void ExpectNextLife(Bench& bench, double seconds, const char* why) {
-    ++bench.lives;
-    bench.pictureWithin = kLifeWithin;
-    Expect(bench, WaitUntil(seconds, [&] { return Starts(bench) == bench.lives; }), why);
-}
 
 // One request at a time: the log's tools hold the browsers up, and nobody else.
 static void LoadLog(Bench& bench) {
@@ -55,7 +46,8 @@ static void HangAtTheEnd(Bench& bench) {
     Do(bench, {"monitor", "unplug"});
     Expect(bench, WaitUntil(10, [&] { return Status(bench.board)["watchdog"]["armed"] == false; }), "a disarmed end");
     Pause(4);
-    Expect(bench, Starts(bench) == bench.lives && Status(bench.board)["daemon"]["state"] == "running", "no end");
+    const Json daemon = Status(bench.board)["daemon"];
+    Expect(bench, daemon["starts"] == bench.lives && daemon["state"] == "running", "no end");
     Do(bench, {"monitor", "plug"});
     Do(bench, {"fault", "tool", "ps", "off"});
     ExpectNextLife(bench, 10, "an end once ps has failed");
