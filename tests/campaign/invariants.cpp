@@ -177,32 +177,13 @@ static std::string Tell(const Figures& figures) {
            std::to_string(figures.processes) + " processes";
 }
 
-// Sound is built anew behind the picture; a tool that is just being run has a process and descriptors of its own.
-static void CheckFigures(Bench& bench) {
-    Figures now;
-    const auto hold = [&] { return IsWithin(now = FiguresNow(Status(bench.board)["daemon"]), bench.rest); };
-    if (bench.step > kWarmUpSteps) {
-        Expect(bench, WaitUntil(kSoundWithin, hold), Tell(bench.rest) + " at most, not " + Tell(now));
-        return;
-    }
-    Pause(1);
-    hold();
-    bench.rest.threads = std::max(bench.rest.threads, now.threads);
-    bench.rest.descriptors = std::max(bench.rest.descriptors, now.descriptors);
-    bench.rest.processes = std::max(bench.rest.processes, now.processes);
-}
-
 static bool Plays(const std::string& output, const char* playing, const char* destroyed) {
     const size_t begin = output.rfind(playing), end = output.rfind(destroyed);
     return begin != output.npos && (end == output.npos || begin > end);
 }
 
-// Every fifth step waits for the sound, which is built long after the picture. A single figure says little, frames
-// under way are tenfold of what may be gained: when the least of the newest three is above the most of the first three,
-// something stays behind.
-static void CheckMemory(Bench& bench) {
-    static constexpr size_t kLooks = 3;
-    if (bench.step % 5 != kWarmUpSteps) return;
+// Sound is built anew long behind the picture.
+static void WaitForRest(Bench& bench) {
     const bool plays = WaitUntil(kSoundWithin, [&] {
         const std::string output = Output(bench.board);
         return Plays(output, "Playing video pipeline...\n", "Video pipeline destroyed.\n") &&
@@ -210,6 +191,30 @@ static void CheckMemory(Bench& bench) {
     });
     Expect(bench, plays, "sound again");
     Pause(2);
+}
+
+// A tool that is just being run has a process and descriptors of its own.
+static void CheckFigures(Bench& bench) {
+    Figures now;
+    if (bench.step > kWarmUpSteps) {
+        const bool settles = WaitUntil(
+            kSoundWithin, [&] { return IsWithin(now = FiguresNow(Status(bench.board)["daemon"]), bench.rest); });
+        Expect(bench, settles, Tell(bench.rest) + " at most, not " + Tell(now));
+        return;
+    }
+    WaitForRest(bench);
+    now = FiguresNow(Status(bench.board)["daemon"]);
+    bench.rest.threads = std::max(bench.rest.threads, now.threads);
+    bench.rest.descriptors = std::max(bench.rest.descriptors, now.descriptors);
+    bench.rest.processes = std::max(bench.rest.processes, now.processes);
+}
+
+// In every fifth step. A single figure says little, frames under way are tenfold of what may be gained: when the least
+// of the newest three is above the most of the first three, something stays behind.
+static void CheckMemory(Bench& bench) {
+    static constexpr size_t kLooks = 3;
+    if (bench.step % 5 != kWarmUpSteps) return;
+    WaitForRest(bench);
     bench.memory.push_back(FiguresNow(Status(bench.board)["daemon"]).kilobytes);
     if (bench.memory.size() < 2 * kLooks) return;
     const long gained = *std::min_element(bench.memory.end() - kLooks, bench.memory.end()) -
