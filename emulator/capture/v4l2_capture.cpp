@@ -223,7 +223,7 @@ int TellRequest(const CaptureCall& call, const char* request, const Json& fields
     Json line = {{"node", call.device.path}, {"request", request}};
     line.update(fields);
     if (result < 0) line["error"] = strerrorname_np(-result);
-    Trace("ioctl", std::move(line));
+    Trace("ioctl", line);
     return result;
 }
 

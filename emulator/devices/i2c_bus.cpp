@@ -173,7 +173,7 @@ static void TraceFailure(int bus, std::span<Message> messages) {
     if (!first.isRead && !first.bytes.empty()) fields["register"] = Hex(site.start);
     fields["refused"] = site.isRead ? "read" : "write";
     fields["error"] = "nak";
-    Trace("i2c", std::move(fields));
+    Trace("i2c", fields);
 }
 
 static int Transfer(const IoctlCall& call) {
