@@ -190,6 +190,7 @@ int main(int count, char** arguments) {
         for (const Family* family : kFamilies) fprintf(stderr, "    %s\n", std::string(family->name).c_str());
         return 2;
     }
+    setenv("TESSEL_SHARE", std::filesystem::path(MOVED_CLOCK).parent_path().c_str(), 0);  // seen by every board
     std::filesystem::create_directories(options->out);
     const std::string run = std::to_string(time(nullptr)) + "-" + std::to_string(getpid());
     const bool ended = RunAll(*options, slices, run);
