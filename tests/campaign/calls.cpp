@@ -153,13 +153,13 @@ static std::string TakeDescriptors(Bench& bench) {
     Do(bench, {"camera", "1", "plug", "speakerphone"});
     PauseUpTo(bench, 4);
     prlimit(process, RLIMIT_NOFILE, &before, nullptr);
-    std::string line = "no descriptors left: limit " + std::to_string(none.rlim_cur);
+    const std::string limit = ": limit " + std::to_string(none.rlim_cur);
     // A buffer pool of GStreamer that could not make its socket pair waits for ever, and the video thread with it.
-    if (ShowsFull(bench.board, '1', 30)) return line;
+    if (ShowsFull(bench.board, '1', 30)) return "no descriptors left" + limit;
     Answer(bench, "console telnet http serial");
     Type(bench.board, "<RESTART>\n");
     ExpectNextLife(bench, 10, "a restart on command");
-    return line + ", restarted";
+    return "no descriptors left, restarted" + limit;
 }
 
 static std::string Step(Bench& bench) {

@@ -4,7 +4,6 @@
 #include <array>
 #include <cstdio>
 #include <ctime>
-#include <filesystem>
 #include <fstream>
 
 #include "campaign.h"

@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <ctime>
 
-static const volatile int64_t* ahead;  // null as long as nobody has made the file
+static const volatile int64_t* ahead;  // null until the file is mapped
 
 [[gnu::constructor]] static void MapFile() {
     const int file = open("/home/root/clock", O_RDWR | O_CREAT | O_CLOEXEC, 0644);

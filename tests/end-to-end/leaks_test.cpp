@@ -45,6 +45,7 @@ TEST(Leaks, PipelinesLeaveNoObjectBehind) {
                        "GST_LEAKS_TRACER_SIG=1", "--env", "GST_DEBUG=GST_TRACER:7,leaks:7"});
     ASSERT_TRUE(WaitForPicture(board) && WaitForSound(board)) << Output(board);
     const Counts before = Alive(board);
+    ASSERT_TRUE(before.contains("GstPipeline")) << "the tracer tells nothing";
     const auto play = [&](std::string_view what, const std::function<void()>& hand) {
         const size_t from = OutputSize(board);
         hand();

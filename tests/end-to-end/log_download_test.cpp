@@ -105,9 +105,10 @@ TEST(LogDownload, TenMegabytesCostNoMemory) {
     EXPECT_EQ(text.size(), 10'000'000);
     EXPECT_EQ(std::ranges::count(text, '\n'), 200'000);
     EXPECT_TRUE(log.ends_with("END OF LOG\n" + kSeparator + "ACK\r\n"));
-    const bool sanitized = Patience() > 1;                                               // then what was freed is kept
-    const auto least = [&] { return DaemonFigures(board).ownKilobytes < own + 4'000; };  // frames under way come and go
-    EXPECT_TRUE(sanitized || WaitUntil(10, least)) << own << " kB before";
+    const bool sanitized = Patience() > 1;  // then what was freed is kept
+    // Frames under way come and go.
+    const auto isFree = [&] { return DaemonFigures(board).ownKilobytes < own + 4'000; };
+    EXPECT_TRUE(sanitized || WaitUntil(10, isFree)) << own << " kB before";
 
     // Telnet is served meanwhile. One client goes away in the middle, the next stops reading: the server lives on.
     {
