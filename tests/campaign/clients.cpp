@@ -69,12 +69,14 @@ static std::string SplitCommands(Bench& bench) {
     }
     bench.tries = 0;
     for (const std::string& text : texts)
-        for (size_t at = 1; at < text.size() && bench.complaint.empty(); ++at, ++bench.tries) {
+        for (size_t at = 1; at < text.size() && bench.complaint.empty(); ++at) {
+            if (text.substr(at) == "GETLOG$") continue;  // is one without its first delimiter, too
+            ++bench.tries;
             for (const std::string& piece : {text.substr(0, at), text.substr(at)}) {
                 Send(client, piece);
                 WaitUntilRead(bench, other);
             }
-            const std::string answer = Receive(client, kAck, 0.001);
+            const std::string answer = Receive(client, kAck, 0.01);
             Expect(bench, answer.empty(),
                    "no answer to " + text + " split at " + std::to_string(at) + ", but " + answer);
         }
