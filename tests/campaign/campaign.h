@@ -32,6 +32,12 @@ struct Figures {
     double answer = 0, picture = 0, patGap = 0;  // s
 };
 
+// What a life of the daemon holds at rest with sound.
+struct Memory {
+    unsigned life = 1, since = 0;  // its number, and the step behind which it was begun
+    std::vector<long> looks = {};  // kB
+};
+
 struct Bench {
     Board board;          // null for a family that needs none
     std::mt19937 random;  // Below and its kin draw from here, and nothing else may
@@ -42,7 +48,7 @@ struct Bench {
     unsigned step = 0;           // since the board was started
     std::string complaint = {};  // the first of this step; empty: survived
     Figures rest = {}, worst = {};
-    std::vector<long> memory = {};  // kB at rest with sound, every fifth step
+    Memory memory = {};
 };
 
 struct Family {
