@@ -94,4 +94,4 @@ static std::string Step(Bench& bench) {
 }
 
 const Family Weaknesses{
-    .name = "weaknesses", .steps = {4, 12, 120}, .options = {"--camera1", kCamerasAtRest[0]}, .step = Step};
+    .name = "weaknesses", .steps = {4, 24, 120}, .options = {"--camera1", kCamerasAtRest[0]}, .step = Step};
