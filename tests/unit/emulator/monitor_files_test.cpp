@@ -1,4 +1,4 @@
-// Monitors as data files.
+// What is plugged into the board, as text: monitors in data files, signals in a word.
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "devices/edid.h"
+#include "devices/hdmi_receiver.h"
 #include "devices/monitor.h"
 #include "system/places.h"
 #include "text.h"
@@ -57,4 +58,12 @@ TEST(MonitorFiles, WithOtherThanHexAreRefused) {
     ASSERT_TRUE(good);
     EXPECT_THAT(good->bytes, testing::ElementsAre(0, 255, 255, 1));
     for (const char* text : {"0", "00 F", "0x00", "00,01", "!fix", "-1"}) EXPECT_FALSE(ParseEdidFile(text)) << text;
+}
+
+TEST(HdmiSignals, AreParsedWholeOrNotAtAll) {
+    EXPECT_EQ(ParseHdmiSignal("1920x1080i60"),
+              (HdmiSignal{.present = true, .width = 1920, .height = 1080, .rate = 60, .interlaced = true}));
+    for (const char* text : {"", "1920x1080", "1920x1080p", "x1080p60", "1920x1080p60 ", "1920x1081i60", "4097x2160p30",
+                             "1920x1080p0", "-1x1080p60", "99999999999x1080p60", "1920X1080p60"})
+        EXPECT_FALSE(ParseHdmiSignal(text)) << text;
 }

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "capture/test_picture.h"
+#include "drawn_picture.h"
 #include "text.h"
 
 using testing::ElementsAre;
@@ -141,21 +141,8 @@ TEST(Expectations, AppendedTextIsFoundBehindWhatWasLost) {
     EXPECT_EQ(Appended("gone\n", text), text) << "all of it was lost";
 }
 
-static uint8_t Channel(double value) { return uint8_t(std::clamp(value, 0.0, 255.0)); }
-
 static Picture Shot(PictureSource source, uint32_t milliseconds) {
-    constexpr size_t kWidth = 640, kHeight = 360;
-    std::vector<uint8_t> yuyv(kWidth * kHeight * 2);
-    DrawPictureYuyv(source, yuyv, kWidth, kHeight, kWidth * 2);
-    DrawMarkYuyv({.source = source, .milliseconds = milliseconds}, yuyv, kWidth, kHeight, kWidth * 2);
-    Picture picture{.width = kWidth, .height = kHeight};
-    for (size_t pixel = 0; pixel < kWidth * kHeight; ++pixel) {
-        const uint8_t* pair = &yuyv[pixel / 2 * 4];
-        const double y = 1.164 * (yuyv[pixel * 2] - 16), cb = pair[1] - 128.0, cr = pair[3] - 128.0;
-        picture.bgrx.insert(picture.bgrx.end(), {Channel(y + 2.018 * cb), Channel(y - 0.391 * cb - 0.813 * cr),
-                                                 Channel(y + 1.596 * cr), uint8_t{0}});
-    }
-    return picture;
+    return DrawnPicture({.source = source, .milliseconds = milliseconds}, 640, 360);
 }
 
 TEST(Expectations, PicturesRunOrStand) {
