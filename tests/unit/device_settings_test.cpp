@@ -31,7 +31,7 @@ protected:
 };
 
 // The file of a board that ran on x86-64: 1280x720 at 50 Hz, SS, a camera panned and zoomed. Another processor reads
-// the same from it, and writes it back as it was.
+// the same from it, whatever a longer record left behind it, and writes it back as it was, whole.
 TEST_F(SettingsFile, IsTheSameForEveryProcessor) {
     // clang-format off
     static constexpr std::array<uint8_t, sizeof(DeviceSettings)> kImage = {
@@ -47,7 +47,7 @@ TEST_F(SettingsFile, IsTheSameForEveryProcessor) {
     };
     // clang-format on
     const std::string bytes(kImage.begin(), kImage.end());
-    Write(bytes);
+    Write(bytes + std::string(1000, '\x09'));
     ASSERT_EQ(LoadSettings(record, path), 0);
     EXPECT_EQ(ComputeChecksum(record), record.Checksum);
     EXPECT_EQ(record.View, kViewSS);
@@ -68,18 +68,6 @@ TEST_F(SettingsFile, IsTheSameForEveryProcessor) {
     EXPECT_EQ(memcmp(&record, kImage.data(), sizeof record), 0) << "the live record carries the stamp";
 }
 
-TEST_F(SettingsFile, ChecksumCoversElevenBytes) {
-    const uint8_t before = ComputeChecksum(record);
-    auto* bytes = reinterpret_cast<uint8_t*>(&record);
-    std::string covered;
-    for (size_t i = 0; i < sizeof record; ++i) {
-        ++bytes[i];
-        if (ComputeChecksum(record) != before) covered += std::to_string(i) + " ";
-        --bytes[i];
-    }
-    EXPECT_EQ(covered, "1 2 3 6 7 36 37 38 39 40 45 ");
-}
-
 TEST_F(SettingsFile, DamagedFileLeavesTheRecordAlone) {
     for (const std::string& bytes : {std::string(), std::string(135, 'x')}) {
         Write(bytes);
@@ -87,12 +75,4 @@ TEST_F(SettingsFile, DamagedFileLeavesTheRecordAlone) {
     }
     EXPECT_EQ(LoadSettings(record, "/nowhere/config.bin"), 1);
     EXPECT_EQ(memcmp(&record, &DefaultSettings, sizeof record), 0);
-}
-
-TEST_F(SettingsFile, LongerFileIsReadAsFarAsARecordAndReplacedWhole) {
-    Write(std::string(sizeof(DeviceSettings), '\x05') + std::string(1000, '\x09'));
-    ASSERT_EQ(LoadSettings(record, path), 0);
-    EXPECT_EQ(record.EnJpegParse, 5);
-    ASSERT_EQ(SaveSettings(record, path), 0);
-    EXPECT_EQ(Read().size(), sizeof(DeviceSettings));
 }

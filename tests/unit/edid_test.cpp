@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <limits>
 #include <utility>
 
 #include "video/hdmi_output.h"
@@ -65,13 +64,6 @@ TEST(OutputTiming, WithoutTheStrapThe50HzRowStandsIn) {
     }
     EXPECT_EQ(PermittedTiming(6, true), 1);
     EXPECT_EQ(PermittedTiming(255, false), 2);
-}
-
-TEST(OutputTiming, OnlyAnExactModeIsFound) {
-    EXPECT_EQ(FindOutputTiming(1920, 1080, 60.0), 1);
-    EXPECT_EQ(FindOutputTiming(1920, 1080, 60.0000001), kOutputTimings);
-    EXPECT_EQ(FindOutputTiming(1366, 768, 60.0), kOutputTimings);
-    EXPECT_EQ(FindOutputTiming(1920, 1080, std::numeric_limits<double>::quiet_NaN()), kOutputTimings);
 }
 
 TEST(OutputTiming, ModeLineOfTheTool) {

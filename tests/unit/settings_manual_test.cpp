@@ -38,15 +38,12 @@ static std::string DefaultText(std::string_view field, size_t offset, size_t byt
     return text.str().empty() ? std::to_string(number) : text.str();
 }
 
+// clang-format off
+#define ROW(field) \
+    {#field, {offsetof(DeviceSettings, field), sizeof(DeviceSettings::field), \
+              DefaultText(#field, offsetof(DeviceSettings, field), sizeof(DeviceSettings::field))}}
 static Fields InRecord() {
-    struct Row {
-        const char* name;
-        size_t offset, bytes;
-    };
-#define ROW(name) \
-    Row { #name, offsetof(DeviceSettings, name), sizeof(DeviceSettings::name) }
-    // clang-format off
-    const Row kRows[] = {
+    return {
         ROW(Checksum), ROW(Signature), ROW(Reserved3), ROW(View), ROW(Swap), ROW(SwHdmi), ROW(Reserved9), ROW(Input),
         ROW(Pad0Rect), ROW(Pad1Rect), ROW(Pad2Rect), ROW(IpAddress), ROW(Dhcp), ROW(OutputHz), ROW(OutputTiming),
         ROW(Black), ROW(S2Count), ROW(AudioJack), ROW(OutputWidth), ROW(OutputHeight), ROW(OutputRefresh100),
@@ -56,18 +53,8 @@ static Fields InRecord() {
         ROW(Aout4), ROW(Inv3), ROW(Inv4), ROW(AoutHdmi), ROW(AoutAnalog), ROW(AoutUsb1), ROW(AoutUsb2),
         ROW(UsbStream), ROW(Netmask), ROW(Blank), ROW(Gateway), ROW(EnLog), ROW(EnJpegParse),
     };
-    // clang-format on
-#undef ROW
-    static constexpr size_t kReserved = 20;
-    size_t bytes = 0;
-    Fields fields;
-    for (const Row& row : kRows) {
-        fields[row.name] = {row.offset, row.bytes, DefaultText(row.name, row.offset, row.bytes)};
-        bytes += row.bytes;
-    }
-    EXPECT_EQ(bytes + kReserved, sizeof(DeviceSettings)) << "a field has no row in this test";
-    return fields;
 }
+// clang-format on
 
 // ---- What the page says
 
@@ -89,7 +76,14 @@ static Fields InManual() {
     return fields;
 }
 
-TEST(SettingsManual, SaysWhatTheRecordIs) { EXPECT_THAT(InManual(), testing::ContainerEq(InRecord())); }
+TEST(SettingsManual, SaysWhatTheRecordIs) {
+    static constexpr size_t kReserved = 20;
+    const Fields record = InRecord();
+    size_t bytes = kReserved;
+    for (const auto& [name, place] : record) bytes += place.bytes;
+    EXPECT_EQ(bytes, sizeof(DeviceSettings)) << "a field has no row in this test";
+    EXPECT_THAT(InManual(), testing::ContainerEq(record));
+}
 
 TEST(Version, IsTheSameOnTheWireAndInPackages) {
     std::ostringstream wire;
