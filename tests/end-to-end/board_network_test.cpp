@@ -1,7 +1,5 @@
-// The emulator's loopback ports, with the daemon behind them; the network cable and what the board's programs tell of
-// it.
+// The emulator's loopback ports, with the daemon behind them.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -11,21 +9,14 @@
 #include "process_figures.h"
 #include "tcp_client.h"
 
-using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
-using testing::StartsWith;
 
 static constexpr const char* kListening = "Telnet - Waiting for connections ...\n";
 static const std::string kPollAnswer = "S1\r\nBLACK => disabled\r\nACK\r\n";
 
 static void WaitForProgram(const Board& board) {
     EXPECT_TRUE(WaitUntil(10, [&] { return Status(board)["daemon"].value("pid", 0) > 0; }));
-}
-
-static void PowerCycle(const Board& board) {
-    EXPECT_EQ(Ctl(board, {"power-cycle"}).status, 0);
-    WaitForProgram(board);
 }
 
 static bool IsReset(const TcpClient& client) {
@@ -68,20 +59,6 @@ TEST(BoardPorts, CarryManyClientsAndForgetThem) {
     EXPECT_TRUE(WaitUntil(5, [&] { return FiguresOf(emulator).descriptors == before; }));
 }
 
-TEST(BoardPorts, OutliveAPowerCycleWhichResetsConnections) {
-    const Board board = StartNewBoard({});
-    const int port = TelnetPort(board);
-    for (int round = 0; round < 2; ++round) {
-        ASSERT_TRUE(WaitUntil(20, [&] { return Telnet(board, "$POLL$", "ACK\r\n", 1) == kPollAnswer; }));
-        const TcpClient client(port);
-        EXPECT_TRUE(Send(client, "$POLL$"));
-        EXPECT_EQ(Receive(client, "ACK\r\n"), kPollAnswer);
-        PowerCycle(board);
-        EXPECT_TRUE(IsReset(client));
-        EXPECT_EQ(TelnetPort(board), port);
-    }
-}
-
 TEST(BoardPorts, AreAnnouncedAndRefusedWhenTaken) {
     const Board first = StartNewBoard({"--daemon", "/usr/bin/sleep", "--", "infinity"});
     WaitForProgram(first);
@@ -94,32 +71,4 @@ TEST(BoardPorts, AreAnnouncedAndRefusedWhenTaken) {
     EXPECT_EQ(WaitForEnd(second, 10), 1);
     EXPECT_THAT(Output(second), HasSubstr("cannot open port " + telnet + " of 127.0.0.1 for telnet"));
     EXPECT_THAT(Output(second), Not(HasSubstr("never")));
-}
-
-// The board's own programs, typed into a shell in the daemon's place.
-static std::string RunOn(const Board& board, const std::string& line) {
-    const size_t from = OutputSize(board);
-    EXPECT_TRUE(TypeAndWait(board, line + "; echo '<end>'\n", "<end>\n")) << line;
-    return Output(board).substr(from);
-}
-
-TEST(BoardTools, TellOfTheBench) {
-    const Board board = StartNewBoard({"--daemon", "/bin/sh", "--camera2", "ptz-speed"});
-    EXPECT_EQ(Ctl(board, {"lan", "unplug"}).status, 0);
-    PowerCycle(board);  // what the bench did stays
-    EXPECT_EQ(Status(board)["lan"], "unplugged");
-    EXPECT_THAT(RunOn(board, "ethtool eth0"), HasSubstr("Link detected: no"));
-    EXPECT_THAT(RunOn(board, "connmanctl services ethernet_00049f052a61_cable"), HasSubstr("\n  IPv4 = [  ]\n"));
-    EXPECT_EQ(Ctl(board, {"lan", "plug"}).status, 0);
-    EXPECT_THAT(RunOn(board, "dmesg | tail -n 1"), HasSubstr("eth0: Link is Up"));
-
-    EXPECT_EQ(Ctl(board, {"temperature", "-12.5"}).status, 0);
-    EXPECT_THAT(RunOn(board, "cat /sys/class/thermal/thermal_zone0/temp"), StartsWith("-12500\n"));
-    for (const char* wrong : {"", "warm", "nan", "1e9"}) EXPECT_EQ(Ctl(board, {"temperature", wrong}).status, 1);
-    Ctl(board, {"fault", "tool", "dmesg", "flood"});
-    EXPECT_THAT(RunOn(board, "hash -r; dmesg | wc -lc"), HasSubstr(" 200000 10000000\n"));
-
-    EXPECT_THAT(RunOn(board, "lsusb -t"), HasSubstr("Driver=snd-usb-audio, 480M\n/:  Bus 01."));
-    EXPECT_THAT(RunOn(board, "lsusb -v"), AllOf(HasSubstr("ID 2574:0980 AVer CAM520 Pro2\nDevice Descriptor:\n"),
-                                                HasSubstr("bUnitID                 8\n")));
 }
