@@ -6,6 +6,10 @@ bool ShowsAll(const Picture& picture, const std::vector<Shown>& all) {
     return true;
 }
 
+bool WaitToShow(const Board& board, const std::vector<Shown>& all, double seconds) {
+    return WaitUntilPicture(board, seconds, [&](const Picture& picture) { return ShowsAll(picture, all); });
+}
+
 std::string Seen(const Board& board) { return Map(TakePicture(board).value_or(Picture{})) + Output(board); }
 
 bool ShowsFull(const Board& board, char source, double seconds) {

@@ -4,6 +4,7 @@
 #include "board_run.h"
 
 bool ShowsAll(const Picture& picture, const std::vector<Shown>& all);
+bool WaitToShow(const Board& board, const std::vector<Shown>& all, double seconds);
 
 // Waits until the source alone fills the display with a running picture: one that stood there before does not count.
 bool ShowsFull(const Board& board, char source, double seconds = 8);

@@ -45,9 +45,7 @@ TEST(BadInput, I2cThatNeverAnswers) {
     const size_t from = OutputSize(board);
     ASSERT_TRUE(TypeAndWait(board, "<RESTART>\n", "HDMI receiver initialization failed.\n", 30)) << Output(board);
     ASSERT_TRUE(WaitForOutput(board, "Playing video pipeline...\n", 30, from)) << Output(board);
-    EXPECT_TRUE(WaitUntilPicture(board, 12, [](const Picture& picture) {
-        return Shows(picture, {'1', 0, 0, 1920, 1080});
-    }));
+    EXPECT_TRUE(WaitToShow(board, {{'1', 0, 0, 1920, 1080}}, 12)) << Seen(board);
 }
 
 TEST(BadInput, DiskFullKeepsTheAppliance) {

@@ -94,9 +94,7 @@ TEST(BenchPage, ClicksReachTheBoard) {
     // A key of the panel: LED, record and picture follow. Then a layout by each console.
     Do(browser, {"hold .key:nth-child(4)", "release", "expect .key:nth-child(4):has([data-lit=true]) SS",
                  "expect #settings>dl>.changed View"});
-    EXPECT_TRUE(WaitUntilPicture(board, 10, [](const Picture& picture) {
-        return ShowsAll(picture, {{'1', 0, 270, 960, 810}, {'2', 960, 270, 1920, 810}});
-    })) << Seen(board);
+    EXPECT_TRUE(WaitToShow(board, {{'1', 0, 270, 960, 810}, {'2', 960, 270, 1920, 810}}, 10)) << Seen(board);
     Do(browser,
        {"click #tab-serial", "type #sheet-serial>form>input <S1>", "expect #sheet-serial ACK", "click #tab-telnet",
         "type #sheet-telnet>form>input $S2$", "expect .key:nth-child(2):has([data-lit=true]) S2", "click #tab-console",

@@ -27,9 +27,7 @@ static void ExpectPresses(const Browser& browser, const Board& board, const std:
         const Json held = Do(browser, {"hold a[onclick*=\"'" + press.command + "'\"]>>svg"});
         EXPECT_EQ(held["colour"], "rgb(0, 128, 0)") << press.command;
         EXPECT_THAT(Do(browser, {"release", "standing"})["complaints"], IsEmpty()) << press.command;
-        ASSERT_TRUE(WaitUntilPicture(board, kPressSeconds,
-                                     [&](const Picture& picture) { return ShowsAll(picture, press.shown); }))
-            << press.command << Seen(board);
+        ASSERT_TRUE(WaitToShow(board, press.shown, kPressSeconds)) << press.command << Seen(board);
     }
 }
 

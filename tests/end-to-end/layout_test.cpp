@@ -24,8 +24,7 @@ static const std::vector<LayoutCase> kLayouts1080 = {
 static void ExpectLayouts(const Board& board, const std::vector<LayoutCase>& layouts) {
     for (const LayoutCase& layout : layouts) {
         Type(board, std::string(layout.command) + "\n");
-        EXPECT_TRUE(WaitUntilPicture(board, 4, [&](const Picture& picture) { return ShowsAll(picture, layout.shown); }))
-            << layout.command << Seen(board);
+        EXPECT_TRUE(WaitToShow(board, layout.shown, 4)) << layout.command << Seen(board);
     }
 }
 

@@ -138,6 +138,17 @@ TEST(SoundGains, FollowTheViewWithoutAPlugInTheJack) {
     EXPECT_LE(Count(Output(board), kPlaying), 1 + Count(Output(board), kTooSlow)) << "gains need no rebuild";
 }
 
+TEST(SoundGains, JackAndMuteKeyDecideWhatIsHeard) {
+    const Board board = StartSounding("<SBTN 1>\n", {"--camera1", "speakerphone"});
+    const std::pair<Words, Tones> hands[] = {
+        {{"key", "64"}, {}}, {{"key", "64"}, {{"microphone1", kSource}}}, {{"jack", "in"}, {{"line", kSource}}}};
+    for (const auto& [hand, heard] : hands) {
+        EXPECT_EQ(Ctl(board, hand).status, 0);
+        ExpectHeard(board, {{"fpga", heard}});
+    }
+    EXPECT_THAT(Command(board, "<GET>"), HasSubstr("Audio Jack => Detected\n"));
+}
+
 // ---- Cameras
 
 TEST(SoundRoutes, UncompressedPictureSilencesItsMicrophone) {

@@ -6,13 +6,11 @@
 #include <fstream>
 #include <iterator>
 #include <numeric>
-#include <utility>
 
 #include "devices/edid.h"
 #include "devices/hdmi_receiver.h"
 #include "devices/monitor.h"
 #include "system/places.h"
-#include "text.h"
 
 static std::vector<uint8_t> EdidOf(const std::string& monitor) {
     std::ifstream file(EmulatorFile("monitors") / (monitor + ".edid"));
@@ -34,23 +32,6 @@ TEST(MonitorFiles, CarryGoodEdidsExceptWhereTheyMeanNotTo) {
             EXPECT_EQ(std::accumulate(block, block + 128, 0u) % 256, 0u);
         EXPECT_EQ(std::equal(kHeader.begin(), kHeader.end(), edid.begin()), row.name != "garbage");
     }
-}
-
-TEST(MonitorFiles, PreferTheTimingOfTheirName) {
-    for (const auto& [name, mode] : {std::pair{"1080p60", "1920x1080 60.0"},
-                                     {"1080p50", "1920x1080 50.0"},
-                                     {"1080p30", "1920x1080 30.0"},
-                                     {"720p60", "1280x720 60.0"},
-                                     {"720p50", "1280x720 50.0"},
-                                     {"1366x768", "1366x768 59.8"}}) {
-        const auto timing = PreferredTiming(EdidOf(name));
-        ASSERT_TRUE(timing) << name;
-        const double line = timing->xres + timing->left_margin + timing->right_margin + timing->hsync_len;
-        const double lines = timing->yres + timing->upper_margin + timing->lower_margin + timing->vsync_len;
-        const double rate = 1e12 / (timing->pixclock * line * lines);
-        EXPECT_EQ(Text("%ux%u %.1f", timing->xres, timing->yres, rate), mode) << name;
-    }
-    EXPECT_FALSE(PreferredTiming(EdidOf("display-descriptor-first")));
 }
 
 TEST(MonitorFiles, WithOtherThanHexAreRefused) {
