@@ -1,23 +1,14 @@
 // The board's sound cards as the real tools find them: alsa-utils and GStreamer run as the board's program.
 #include <gmock/gmock.h>
 
+#include <cstring>
+
 #include "board_run.h"
 #include "sound/sound_tones.h"
 
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
-
-static Json Audio(const Board& board) { return AskJson(board, {"audio"}); }
-
-static std::vector<int16_t> Recording(const Board& board, const std::string& file) {
-    const std::string bytes = FileText(BoardFile(board, "home/root/" + file));
-    constexpr size_t kHeaderBytes = 44;
-    std::vector<int16_t> samples;
-    for (size_t i = kHeaderBytes; i + 1 < bytes.size(); i += 2)
-        samples.push_back(static_cast<int16_t>(uint8_t(bytes[i]) | bytes[i + 1] << 8));
-    return samples;
-}
 
 // Their names tell the port, and the hub's.
 TEST(SoundCard, ToolsFindTheCardsThatComeAndGo) {
@@ -42,29 +33,27 @@ TEST(SoundCard, ToolsFindTheCardsThatComeAndGo) {
     EXPECT_NE(Ctl(board, {"fault", "sound", "fpga", "xrun"}).status, 0) << "nothing runs there";
 }
 
-// At the pace of the clock and without a break: a break would put power beside the tone.
+// At the pace of the clock and without a break, by the mapped memory that GStreamer does not use.
 TEST(SoundCard, RecordsAndPlaysAtTheRate) {
     const Board board = RunScript(
-        "date +%s%N; arecord -q -D hw:1 -f S16_LE -c 2 -r 48000 -d 2 a.wav; date +%s%N; aplay -q -D hw:1 a.wav; "
-        "date +%s%N; arecord -q -M -D plughw:3 -f S16_LE -c 1 -r 32000 -d 1 b.wav; aplay -q -M -D plughw:2 b.wav;"
-        "arecord -D hw:1 -f S16_LE -c 2 -r 44100 -d 1 c.wav; aplay -q -D plughw:2 absent.wav",
-        {"--camera1", "speakerphone"});
+        "date +%s%N; arecord -q -M -D hw:1 -f S16_LE -c 2 -r 48000 -d 2 a.wav; date +%s%N; aplay -q -M -D hw:1 a.wav; "
+        "date +%s%N; arecord -D hw:1 -f S16_LE -c 2 -r 44100 -d 1 b.wav");
     WaitForOutput(board, "script ended", 30);
     const std::string output = Output(board);
     long long begin = 0, between = 0, end = 0;
     ASSERT_EQ(sscanf(output.c_str() + output.find("\n1") + 1, "%lld\n%lld\n%lld", &begin, &between, &end), 3) << output;
     for (const long long time : {between - begin, end - between}) EXPECT_GT(double(time) / 1e9, 1.9);
-    const std::vector<int16_t> fpga = Recording(board, "a.wav"), microphone = Recording(board, "b.wav");
-    ASSERT_EQ(fpga.size(), 2u * 2 * 48000);
+    static constexpr size_t kHeaderBytes = 44;
+    const std::string file = FileText(BoardFile(board, "home/root/a.wav"));
+    std::vector<int16_t> fpga(2 * 2 * 48000);
+    ASSERT_EQ(file.size(), kHeaderBytes + 2 * fpga.size());
+    memcpy(fpga.data(), &file[kHeaderBytes], 2 * fpga.size());
     const std::vector<int16_t> tone = MakeTone(610, 48000, kSourceLevel);
     for (size_t frame = 0; frame < fpga.size() / 2; ++frame)
         for (size_t channel = 0; channel < 2; ++channel)
             ASSERT_EQ(fpga[frame * 2 + channel], tone[frame % tone.size()]) << frame;
-    ASSERT_EQ(microphone.size(), 32000u);
-    EXPECT_NEAR(Decibels(Spectrum(std::span(microphone).subspan(16000, 6400))[790 / kBinHertz]), kSourceLevel, 0.5);
     EXPECT_THAT(output, HasSubstr("rate is not accurate"));  // the FPGA knows 48 kHz only
-    const Json outputs = Audio(board)["outputs"];
-    EXPECT_EQ(outputs["fpga"]["frames"], 2 * 48000);
-    EXPECT_EQ(outputs["fpga"]["underruns"], 0);
-    EXPECT_GT(outputs["hdmi"]["frames"], 30000);
+    const Json fpgaOutput = AskJson(board, {"audio"})["outputs"]["fpga"];
+    EXPECT_EQ(fpgaOutput["frames"], 2 * 48000);
+    EXPECT_EQ(fpgaOutput["underruns"], 0);
 }
