@@ -65,20 +65,11 @@ TEST(Keypad, OtherCodesChangeNothing) {
 }
 
 TEST(Keypad, DirectViewCodes) {
-    struct Code {
+    static constexpr struct {
         uint8_t code, view, swap;  // pressed on view 99, Swap 1
-    };
-    for (const Code& row : {Code{7, 7, 1},
-                            {8, 2, 0},
-                            {13, 7, 0},
-                            {14, 2, 1},
-                            {19, 7, 1},
-                            {20, 20, 1},
-                            {22, 21, 0},
-                            {23, 21, 1},
-                            {25, 25, 1},
-                            {26, 99, 1},
-                            {255, 99, 1}}) {
+    } kCodes[] = {{7, 7, 1},   {8, 2, 0},   {13, 7, 0},  {14, 2, 1},  {19, 7, 1},  {20, 20, 1},
+                  {22, 21, 0}, {23, 21, 1}, {25, 25, 1}, {26, 99, 1}, {255, 99, 1}};
+    for (const auto& row : kCodes) {
         Panel panel;
         StoreViewAndSwap(panel.record, 99, 1);
         ApplyDirectView(row.code, panel.record);
