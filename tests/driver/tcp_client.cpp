@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <optional>
 #include <utility>
 
 using Clock = std::chrono::steady_clock;
@@ -49,35 +50,31 @@ static bool ReceivePiece(const TcpClient& client, Clock::time_point deadline, st
     return !closed;
 }
 
-static Clock::time_point Deadline(double seconds) {
-    return Clock::now() + std::chrono::duration_cast<Clock::duration>(Seconds(seconds * Patience()));
+// True when the server has closed the connection; else the text is there, or the time is over.
+static bool ReceiveTo(const TcpClient& client, std::optional<std::string_view> until, double seconds,
+                      std::string& text) {
+    const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(Seconds(seconds * Patience()));
+    bool closed = false;
+    while ((!until || text.find(*until) == text.npos) && ReceivePiece(client, deadline, text, closed)) {
+    }
+    return closed;
 }
 
 std::string Receive(const TcpClient& client, std::string_view until, double seconds) {
-    const auto deadline = Deadline(seconds);
     std::string text;
-    bool closed = false;
-    while (text.find(until) == std::string::npos && ReceivePiece(client, deadline, text, closed)) {
-    }
+    ReceiveTo(client, until, seconds, text);
     return text;
 }
 
 std::string ReceiveAll(const TcpClient& client, double seconds) {
-    const auto deadline = Deadline(seconds);
     std::string text;
-    bool closed = false;
-    while (ReceivePiece(client, deadline, text, closed)) {
-    }
+    ReceiveTo(client, {}, seconds, text);
     return text;
 }
 
 bool IsClosed(const TcpClient& client, double seconds) {
-    const auto deadline = Deadline(seconds);
     std::string ignored;
-    bool closed = false;
-    while (ReceivePiece(client, deadline, ignored, closed)) {
-    }
-    return closed;
+    return ReceiveTo(client, {}, seconds, ignored);
 }
 
 void CloseSending(const TcpClient& client) { shutdown(client.socket, SHUT_WR); }
@@ -86,6 +83,11 @@ void Reset(TcpClient& client) {
     const linger abort{.l_onoff = 1, .l_linger = 0};
     setsockopt(client.socket, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
     close(std::exchange(client.socket, -1));
+}
+
+std::string Ask(const TcpClient& client, std::string_view text, std::string_view until) {
+    Send(client, text);
+    return Receive(client, until, 20);
 }
 
 std::string Telnet(const Board& board, std::string_view text, std::string_view until, double seconds) {

@@ -29,6 +29,10 @@ bool IsClosed(const TcpClient& client, double seconds);  // the server has close
 void CloseSending(const TcpClient& client);              // half-close
 void Reset(TcpClient& client);                           // vanishes: the server sees a reset
 
+// What comes back up to the answer's end. A busy board's report takes its time.
+std::string Ask(const TcpClient& client, std::string_view text, std::string_view until = "ACK\r\n");
+inline const std::string kPollAnswer = "S1\r\nBLACK => disabled\r\nACK\r\n";  // of the network, at first
+
 std::string Telnet(const Board& board, std::string_view text, std::string_view until = "ACK\r\n",
                    double seconds = kAnswerSeconds);
 std::string Http(const Board& board, std::string_view path,

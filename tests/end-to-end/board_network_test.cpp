@@ -13,7 +13,6 @@ using testing::HasSubstr;
 using testing::Not;
 
 static constexpr const char* kListening = "Telnet - Waiting for connections ...\n";
-static const std::string kPollAnswer = "S1\r\nBLACK => disabled\r\nACK\r\n";
 
 static void WaitForProgram(const Board& board) {
     EXPECT_TRUE(WaitUntil(10, [&] { return Status(board)["daemon"].value("pid", 0) > 0; }));

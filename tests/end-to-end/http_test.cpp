@@ -10,7 +10,6 @@ using testing::HasSubstr;
 using testing::StartsWith;
 using Clock = std::chrono::steady_clock;
 
-static const std::string kPollAnswer = "S1\r\nBLACK => disabled\r\nACK\r\n";
 static const std::string kAck = "ACK\r\n";
 static constexpr const char* kListening = "Waiting for incoming connections...\n";
 static constexpr const char* kPageBegin = "HTTP/1.1 200 OK\nContent-Type: text/html\n\n";

@@ -13,11 +13,6 @@ static constexpr const char* kToConsole = "STDOUT/STDERR to console.\n";
 static constexpr const char* kWaiting = "Waiting for incoming connections...\n";
 static constexpr const char* kLogLine = "Connection accepted\n";  // each HTTP request makes one
 
-static std::string Ask(const TcpClient& client, std::string_view text) {
-    Send(client, text);
-    return Receive(client, kAck, 20);
-}
-
 // The log of a request goes to that client, and not to the console.
 static void ExpectLogAt(const Board& board, const TcpClient& client) {
     const size_t from = OutputSize(board);

@@ -9,14 +9,7 @@
 using Clock = std::chrono::steady_clock;
 
 static constexpr const char* kAck = "ACK\r\n";
-static const std::string kPollAnswer = "S1\r\nBLACK => disabled\r\nACK\r\n";
 static constexpr const char* kListening = "Telnet - Waiting for connections ...\n";
-
-// What comes back up to the answer's end. A busy board's report takes its time.
-static std::string Ask(const TcpClient& client, std::string_view text, std::string_view until = kAck) {
-    Send(client, text);
-    return Receive(client, until, 20);
-}
 
 TEST(Telnet, OneReadIsOneText) {
     const Board board = StartUntil(kListening, {});
