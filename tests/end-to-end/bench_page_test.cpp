@@ -35,14 +35,12 @@ TEST(BenchPage, RefusesForeigners) {
         std::string head, status;
     };
     const std::array rows{
-        Row{verb + json + "Host: evil.example" + port + "\r\n", "403"},  // a name that was rebound to this address
-        Row{verb + json + host + "Origin: http://evil.example\r\n", "403"},
+        Row{verb + json + "Host: evil.example" + port + "\r\n", "403"},     // a name that was rebound to this address
         Row{verb + json + host + "Origin: http://127.0.0.1:1\r\n", "403"},  // another server of this computer
         Row{verb + json + host + "Origin: null\r\n", "403"},                // a sandboxed frame
         Row{verb + json + host + "Sec-Fetch-Site: cross-site\r\n", "403"},
         Row{verb + host + "Content-Type: text/plain\r\n", "415"},  // what a form of any site can send unasked
         Row{"GET / HTTP/1.1\r\n" + host + "Sec-Fetch-Site: cross-site\r\n", "200"},  // a link to the page
-        Row{"GET / HTTP/1.1\r\nHost: evil.example\r\n", "403"},
         Row{"GET / HTTP/1.1\r\nHost: " + own + "1\r\n", "403"},
         Row{"GET / HTTP/1.1\r\nHost: localhost" + port + "\r\nOrigin: http://localhost" + port + "\r\n", "200"},
         Row{"GET /verb HTTP/1.1\r\n" + host, "404"},

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 
 #include <csignal>
-#include <functional>
 #include <map>
 #include <sstream>
 
@@ -46,20 +45,16 @@ TEST(Leaks, PipelinesLeaveNoObjectBehind) {
     ASSERT_TRUE(WaitForPicture(board) && WaitForSound(board)) << Output(board);
     const Counts before = Alive(board);
     ASSERT_TRUE(before.contains("GstPipeline")) << "the tracer tells nothing";
-    const auto play = [&](std::string_view what, const std::function<void()>& hand) {
-        const size_t from = OutputSize(board);
-        hand();
-        return WaitForOutput(board, what, 20, from);
-    };
     for (int round = 0; round < kRounds; ++round)
         for (const Words& hand : {Words{"camera", "1", "unplug"},
                                   {"camera", "1", "plug", "fullhd-mjpeg"},
-                                  {"hdmi-in", "0", round % 2 ? "1920x1080p30" : "1280x720p60"}})
-            ASSERT_TRUE(play("Playing video pipeline...\n", [&] { Ctl(board, hand); })) << round << Output(board);
-    for (int round = 0; round < kRounds; ++round)
-        ASSERT_TRUE(play("Playing audio pipeline...\n",
-                         [&] { Type(board, round % 2 ? "<AOUTHDMI 0>\n" : "<AOUTHDMI 127>\n"); }))
-            << round << Output(board);
+                                  {"hdmi-in", "0", round % 2 ? "1920x1080p30" : "1280x720p60"}}) {
+            const size_t from = OutputSize(board);
+            Ctl(board, hand);
+            ASSERT_TRUE(WaitForOutput(board, "Playing video pipeline...\n", 20, from)) << round << Output(board);
+        }
+    for (const char* route : {"<AOUTHDMI 127>\n", "<AOUTHDMI 0>\n", "<AOUTHDMI 127>\n"})
+        ASSERT_TRUE(TypeAndWait(board, route, "Playing audio pipeline...\n", 20)) << Output(board);
     Counts leaked;
     EXPECT_TRUE(WaitUntil(20, [&] { return (leaked = Leaked(before, Alive(board))).empty(); }))
         << testing::PrintToString(leaked);

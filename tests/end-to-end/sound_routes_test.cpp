@@ -7,6 +7,7 @@
 #include <map>
 
 #include "board_run.h"
+#include "text.h"
 
 using testing::HasSubstr;
 
@@ -99,9 +100,8 @@ TEST(SoundRoutes, EveryOutputCarriesItsSources) {
                                 RouteRow{.analog = 128, .hdmi = 255, .usb1 = 0, .usb2 = 127},
                                 RouteRow{.analog = 255, .hdmi = 0, .usb1 = 127, .usb2 = 128},
                                 RouteRow{.analog = 5, .hdmi = 127, .usb1 = 128, .usb2 = 5}}) {
-        const std::string commands = "<AOUTANALOG " + std::to_string(row.analog) + ">\n<AOUTHDMI " +
-                                     std::to_string(row.hdmi) + ">\n<AOUTUSB1 " + std::to_string(row.usb1) +
-                                     ">\n<AOUTUSB2 " + std::to_string(row.usb2) + ">\n";
+        const std::string commands = Text("<AOUTANALOG %d>\n<AOUTHDMI %d>\n<AOUTUSB1 %d>\n<AOUTUSB2 %d>\n", row.analog,
+                                          row.hdmi, row.usb1, row.usb2);
         SCOPED_TRACE(commands);
         EXPECT_TRUE(TypeAndWait(board, commands, kPlaying));
         ExpectRoutes(board, row);

