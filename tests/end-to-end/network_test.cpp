@@ -4,6 +4,7 @@
 
 #include "board_run.h"
 #include "tcp_client.h"
+#include "text.h"
 
 using testing::HasSubstr;
 
@@ -46,11 +47,7 @@ static std::vector<std::string> NetworkLines(const Board& board) {
 static std::string Service(const Board& board) {
     std::string name = "ethernet_";
     const auto record = SavedSettings(board);
-    for (size_t i = kMacAddress; i < kMacAddress + 6; ++i) {
-        char digits[3];
-        snprintf(digits, sizeof digits, "%02x", record.at(i));
-        name += digits;
-    }
+    for (size_t i = kMacAddress; i < kMacAddress + 6; ++i) name += Text("%02x", record.at(i));
     return name + "_cable";
 }
 

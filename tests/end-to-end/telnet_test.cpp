@@ -100,7 +100,7 @@ TEST(Telnet, EachOfManyGetsItsOwnAnswers) {
     std::string serialAnswers, serialExpected;
     {
         std::vector<std::jthread> threads;
-        for (int i = 0; i < 20; ++i) {
+        for (size_t i = 0; i < 20; ++i) {
             TcpClient client(port);
             EXPECT_EQ(Ask(client, "$POLL$"), kPollAnswer) << "served before the next: the backlog holds three";
             threads.emplace_back([&members, i, end, client = std::move(client)] {

@@ -1,4 +1,4 @@
-// The status LEDs: what their lines mean.
+// How long an indicator keeps its level while it blinks.
 #include <gtest/gtest.h>
 
 #include "board/status_leds.h"
