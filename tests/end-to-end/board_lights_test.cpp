@@ -11,13 +11,11 @@ using Lights = std::map<std::string, int>;
 
 static void ExpectLights(const Board& board, const Lights& lights) {
     Json leds;
-    EXPECT_TRUE(WaitUntil(10,
-                          [&] {
-                              leds = AskJson(board, {"leds"});
-                              return std::ranges::all_of(
-                                  lights, [&leds](const auto& light) { return leds[light.first] == light.second; });
-                          }))
-        << testing::PrintToString(lights) << ", not " << leds;
+    const auto show = [&] {
+        leds = AskJson(board, {"leds"});
+        return std::ranges::all_of(lights, [&](const auto& light) { return leds[light.first] == light.second; });
+    };
+    EXPECT_TRUE(WaitUntil(10, show)) << testing::PrintToString(lights) << ", not " << leds;
 }
 
 // A level is kept for 51 passes, which may be slow but are never faster.

