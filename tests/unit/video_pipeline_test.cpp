@@ -127,38 +127,31 @@ protected:
 };
 
 TEST_F(VideoPipelineTest, EachFormatTakesItsBranch) {
-    struct Camera {
-        const char* card;
-        uint32_t fourcc, fps;
-    };
     struct Case {
-        Camera first, second;
+        const char* card1;
+        uint32_t fourcc1;
+        const char* card2;
+        uint32_t fourcc2, fps2;
         const char *told, *path1, *path2;
     };
-    static constexpr const char* kUncompressed = "src2 capsfilter2 mix.sink_1";
+    static constexpr const char* kListed = "AVer CAM520 Pro2";
     static constexpr const char* kParsed = "src1 capsfilter1 parse1 decode1 queue1 mix.sink_0";
+    static constexpr const char* kUnparsed = "src1 capsfilter1 decode1 queue1 mix.sink_0";
+    static constexpr const char* kUncompressed = "src2 capsfilter2 mix.sink_1";
     static constexpr Case kCases[] = {
-        {{"AVer CAM520 Pro2", kMjpg, 30},
-         {"Plain Camera", kYuyv, 30},
-         "USB1 will use JPEGPARSE!\nEnabling JPEGPARSE on USB1.\n",
-         kParsed,
+        {kListed, kMjpg, "Plain Camera", kYuyv, 30, "USB1 will use JPEGPARSE!\nEnabling JPEGPARSE on USB1.\n", kParsed,
          kUncompressed},
-        {{"Plain Camera", kMjpg, 30},
-         {"Logitech C310", kMjpg, 10},
+        {"Plain Camera", kMjpg, "Logitech C310", kMjpg, 10,
          "Use JPEGDEC for camera 2.\nUSB1 frame rate does not match, enable JPEGPARSE.\nEnabling JPEGPARSE on USB1.\n",
-         kParsed,
-         "src2 capsfilter2 decode2 queue2 mix.sink_1"},
+         kParsed, "src2 capsfilter2 decode2 queue2 mix.sink_1"},
         // A stream that the parser refuses is decoded without it.
-        {{"AVer CAM520 Pro2", kH264, 30},
-         {"Plain Camera", kYuyv, 30},
-         "Enabling JPEGPARSE on USB1.\nCannot link capsfilter1 to parse1.\n",
-         "src1 capsfilter1 decode1 queue1 mix.sink_0",
-         kUncompressed},
+        {kListed, kH264, "Plain Camera", kYuyv, 30, "Enabling JPEGPARSE on USB1.\nCannot link capsfilter1 to parse1.\n",
+         kUnparsed, kUncompressed},
     };
     for (const Case& row : kCases) {
         SetUp();
-        Plug(0, row.first.card, row.first.fourcc, row.first.fps);
-        Plug(1, row.second.card, row.second.fourcc, row.second.fps);
+        Plug(0, row.card1, row.fourcc1, 30);
+        Plug(1, row.card2, row.fourcc2, row.fps2);
         EXPECT_THAT(Build(), HasSubstr(row.told + std::string("Playing video pipeline...\n")));
         EXPECT_EQ(Path(pipeline.src1), row.path1);
         EXPECT_EQ(Path(pipeline.src2), row.path2);
