@@ -135,6 +135,8 @@ TEST(Ptz, AsksEachKindOfCameraForWhatItHas) {
     Expect(board, {{"<PAN 1 6>", toEndStop},
                    {"<PAN 1 0>", {"1 query pan", "1 get pan 100"}},
                    {"<TILT 1 -30>", downToEndStop},
+                   // Positions are compared across axes: 0 is where the tilt went last.
+                   {"<PAN 1 -10>", {"1 query pan", "1 get pan 100", "1 query pan", "1 get pan 100"}},
                    {"<ZOOM 1 500>", {"1 query zoom", "1 get zoom 100", "1 query zoom", "1 set zoom 1000"}},
                    {"<ZOOM 1 101>", {"1 query zoom", "1 get zoom 1000", "1 query zoom", "1 set zoom 102"}},
                    {"<PAN 2 -7>", {"2 query pan speed", "2 set pan speed -7"}},

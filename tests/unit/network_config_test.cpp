@@ -25,6 +25,15 @@ static std::string Text(const Ipv4& address) {
     return text;
 }
 
+// What a line lacks is zero in a hardware address, and stays what it was in an interface's.
+TEST(ToolLines, MayEndTooEarly) {
+    EXPECT_EQ(ParseHardwareAddress("eth0      Link encap:Ethernet  HWaddr 00:1A:2b\n"),
+              (std::array<uint8_t, 6>{0x00, 0x1A, 0x2b, 0, 0, 0}));
+    Ipv4 address = MakeIpv4({1, 2, 3, 4});
+    ParseInterfaceAddress("          inet addr:10.0", address);
+    EXPECT_EQ(Text(address), "10.0.3.4");
+}
+
 // Whole lines with any numbers, of every tool, are the fuzzer tool_output's.
 TEST(ServiceAddresses, AreAddressNetmaskAndGateway) {
     const char* const kNone = "0.0.0.0 0.0.0.0 0.0.0.0";

@@ -113,6 +113,36 @@ TEST(PaintBand, ScalesAndTurnsAnyGeometryExactly) {
     }
 }
 
+// Fine stripes become their mean: nothing is skipped when a picture shrinks.
+TEST(PaintBand, AveragesWhenShrinking) {
+    const Shade stripes = [](double u, double) { return static_cast<int>(u * 1280) % 4 < 2 ? 0. : 200.; };
+    const OwnPicture own = DrawPicture(1280, 720, {stripes, stripes, stripes});
+    for (const Rectangle area : {Rectangle{0, 0, 320, 180}, Rectangle{0, 0, 160, 90}, Rectangle{0, 0, 80, 300}}) {
+        const Screen screen = ComposeOne(own, area, 320, 300);
+        for (int x = 0; x < area.width; ++x) ExpectNear(screen.Rgb(x, 40), {100, 100, 100}, 2, x, 40);
+    }
+}
+
+TEST(PaintBand, KnowsTheColourEncodings) {
+    struct Case {
+        Colours colours;
+        std::array<double, 3> yuv, rgb;
+    };
+    constexpr Case kCases[] = {
+        {Colours::kBt601, {81, 90, 240}, {255, 0, 0}},     {Colours::kBt601, {235, 128, 128}, {255, 255, 255}},
+        {Colours::kBt601Full, {76, 85, 255}, {254, 0, 0}}, {Colours::kBt709, {63, 102, 240}, {255, 0, 0}},
+        {Colours::kBt709, {66, 160, 123}, {49, 53, 126}},  {Colours::kRgb, {10, 20, 30}, {10, 20, 30}},
+    };
+    for (const auto& [colours, yuv, rgb] : kCases) {
+        const OwnPicture own = DrawPicture(64, 48, {Flat(yuv[0]), Flat(yuv[1]), Flat(yuv[2])}, colours, 1, 1);
+        for (const Rectangle area : {Rectangle{0, 0, 64, 48}, Rectangle{0, 0, 100, 70}, Rectangle{-3, 0, 64, 48}})
+            ExpectNear(ComposeOne(own, area, 100, 70).Rgb(30, 30), rgb, 4, 30, 30);
+    }
+    const OwnPicture grey = DrawPicture(64, 48, {Flat(126), nullptr, nullptr}, Colours::kBt601Full);
+    const Screen screen = ComposeOne(grey, {0, 0, 90, 60}, 100, 70, Turn::kMirror);
+    ExpectNear(screen.Rgb(30, 30), {126, 126, 126}, 1, 30, 30);
+}
+
 TEST(PaintBand, LeavesNothingOfTheFormerPictureAndMixesByAlpha) {
     const OwnPicture red = DrawPicture(20, 20, {Flat(200), Flat(0), Flat(0)});
     const OwnPicture green = DrawPicture(20, 20, {Flat(0), Flat(200), Flat(0)});
