@@ -156,8 +156,13 @@ static int Stop(BoardRun& run) {
     return run.exitStatus;
 }
 
+// No test may overlook what a sanitizer says in the daemon or in the emulator, and none has to look for it.
 BoardRun::~BoardRun() {
     Stop(*this);
+    if (output.find("Sanitizer: ") != std::string::npos) {
+        fputs(output.c_str(), stderr);
+        abort();
+    }
     std::error_code ignored;
     fs::remove_all(folder, ignored);
 }

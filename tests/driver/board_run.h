@@ -31,7 +31,9 @@ inline constexpr double kBusyMachineSeconds = 20;
 
 void Pause(double seconds);
 
-struct BoardRun;  // stops the emulator and removes the board's folder when the last owner lets go
+// Stops the emulator and removes the board's folder when the last owner lets go; ends the process (SIGABRT) when a
+// sanitizer has spoken on the board.
+struct BoardRun;
 using Board = std::shared_ptr<BoardRun>;
 
 // A fresh folder for a board; files can be put into it before the start (see BoardFile).
