@@ -67,9 +67,10 @@ void EndEvents(int status) {
     if (!endStatus) endStatus = status;
 }
 
-static void RunDueTimers() {
-    int64_t now = NowMicroseconds();
-    while (!timers.empty() && timers.begin()->first.first <= now && !endStatus) {
+// Those due at `time`, microseconds on the monotonic clock. What came due later waits for the next look at the descriptors:
+// after slow work it would overtake what was there before it.
+static void RunTimersDue(int64_t time) {
+    while (!timers.empty() && timers.begin()->first.first <= time && !endStatus) {
         auto timer = timers.extract(timers.begin());
         timerDue.erase(timer.key().second);
         timer.mapped()();
@@ -87,9 +88,8 @@ static int WaitForEvents(epoll_event* events, int limit) {
 int RunEvents() {
     std::array<epoll_event, 16> events;
     while (!endStatus) {
-        RunDueTimers();
-        if (endStatus) break;
         int count = WaitForEvents(events.data(), events.size());
+        const int64_t looked = NowMicroseconds();
         for (int i = 0; i < count && !endStatus; ++i) {
             // An earlier event of this batch may have ended this watch.
             auto watch = watches.find(events[size_t(i)].data.fd);
@@ -98,6 +98,7 @@ int RunEvents() {
             (*work)(events[size_t(i)].events);
             afterEach();
         }
+        RunTimersDue(looked);
     }
     return *std::exchange(endStatus, std::nullopt);
 }
