@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <fstream>
 #include <optional>
+#include <sstream>
 #include <string>
 
 #include "report.h"
@@ -65,6 +66,18 @@ static std::string Try(Bench& bench, const Family& family) {
     return done;
 }
 
+// What the daemon holds, by name.
+static std::string Held(const Bench& bench) {
+    const std::string process = "/proc/" + Status(bench.board)["daemon"].value("pid", Json(0)).dump();
+    std::error_code gone;
+    std::ostringstream held;
+    for (const auto& entry : std::filesystem::directory_iterator(process + "/fd", gone))
+        held << entry.path().filename().string() << " " << std::filesystem::read_symlink(entry, gone).string() << "\n";
+    for (const auto& entry : std::filesystem::directory_iterator(process + "/task", gone))
+        held << "thread " << std::ifstream(entry.path() / "comm").rdbuf();
+    return held.str();
+}
+
 static void KeepLoss(std::ofstream& log, const Options& options, const Slice& slice, const Bench& bench,
                      unsigned step) {
     log << "LOST: there should have been " << bench.complaint << "\nAgain: scripts/campaign " << kForms[options.form]
@@ -72,7 +85,8 @@ static void KeepLoss(std::ofstream& log, const Options& options, const Slice& sl
     if (!bench.board) return;
     log << "---- Status\n"
         << Ctl(bench.board, {"status"}).out << "---- Settings\n"
-        << Ctl(bench.board, {"settings"}).out << "---- Trace\n"
+        << Ctl(bench.board, {"settings"}).out << "---- Descriptors and threads\n"
+        << Held(bench) << "---- Trace\n"
         << Ctl(bench.board, {"trace", "--last", "300"}).out << "---- Output\n"
         << Output(bench.board) << "\n";
 }
