@@ -74,8 +74,11 @@ int __wrap_fsync(int file) {
 
 using Image = std::string;  // of a file or a record; empty: the defaults will do for it
 
-// In memory: what a sync costs is not the question here.
-static std::string Path() { return "/dev/shm/campaign-settings-" + std::to_string(getpid()); }
+// In memory: what a sync costs is not the question here. Of the slice, whose children save to it and are killed.
+static const std::string& Path() {
+    static const std::string path = "/dev/shm/campaign-settings-" + std::to_string(getpid());
+    return path;
+}
 
 static void Put(std::string_view bytes, const std::string& path = Path()) {
     std::ofstream(path + ".new", std::ios::binary) << bytes;
