@@ -330,6 +330,16 @@ void BuildVideoPipeline(VideoPipeline& p, bool started) {
     if (!HdmiInput.InputValid) Settings.SwHdmi = 0;
 }
 
+// When a source could not start, the whole pipeline stands still, and PAUSED would start it now: the path of a device may
+// lead to another camera by this time, and the pool of that stream would come too late to be held.
+static void KeepIdleSourcesIdle(const VideoPipeline& p) {
+    for (GstElement* source : {p.src1, p.src2, p.src3}) {
+        if (!source || GST_STATE(source) >= GST_STATE_PAUSED) continue;
+        gst_element_set_state(source, GST_STATE_NULL);
+        gst_element_set_locked_state(source, TRUE);
+    }
+}
+
 static void StopPipeline(GstElement* pipeline) {
     struct Step {
         GstState state;
@@ -351,6 +361,7 @@ static void StopPipeline(GstElement* pipeline) {
 void DestroyVideoPipeline(VideoPipeline& p) {
     LogInfo("Before destroying video pipeline.\n");
     gst_bus_remove_signal_watch(p.bus);
+    KeepIdleSourcesIdle(p);
     CapturePools pools = HoldCapturePools(p);
     StopPipeline(p.pipeline);
     g_signal_handlers_disconnect_by_func(p.bus, reinterpret_cast<gpointer>(HandleBusMessage), nullptr);

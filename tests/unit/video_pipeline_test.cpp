@@ -196,6 +196,27 @@ TEST_F(VideoPipelineTest, AMissingElementEndsTheProcessWithItsName) {
     EXPECT_DEATH(buildWithout("vpudec"), "gstreamer:.*instanciateJpegDecoder: .*elem");
 }
 
+// A pipeline that did not get off the ground passes PAUSED on its way to NULL.
+TEST_F(VideoPipelineTest, SourceThatStandsStillIsNotStartedToBeStopped) {
+    for (const GstState state : {GST_STATE_NULL, GST_STATE_READY}) {
+        Plug(0, "HD Webcam", kMjpg);
+        Build();
+        gst_element_set_state(pipeline.pipeline, state);
+        static bool started;
+        started = false;
+        const auto watch = [](GstBus*, GstMessage* message, gpointer source) {
+            GstState now = GST_STATE_NULL;
+            if (GST_MESSAGE_SRC(message) == source && GST_MESSAGE_TYPE(message) == GST_MESSAGE_STATE_CHANGED)
+                gst_message_parse_state_changed(message, nullptr, &now, nullptr);
+            started = started || now == GST_STATE_PAUSED;
+            return GST_BUS_PASS;
+        };
+        gst_bus_set_sync_handler(pipeline.bus, watch, pipeline.src1, nullptr);
+        EXPECT_THAT(Destroy(), HasSubstr("Video pipeline destroyed.\n"));
+        EXPECT_FALSE(started) << gst_element_state_get_name(state);
+    }
+}
+
 // An error rebuilds the video where there is one; other codes concern the audio, or nobody.
 TEST(BusMessages, EachCodeHasItsConsequence) {
     struct Case {
