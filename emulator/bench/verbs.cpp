@@ -20,6 +20,7 @@
 #include "devices/serial_line.h"
 #include "devices/watchdog.h"
 #include "kernel/held_calls.h"
+#include "kernel/nodes.h"
 #include "kernel/sandbox.h"
 #include "kernel/supervisor.h"
 #include "sound/sound_card.h"
@@ -65,6 +66,7 @@ static VerbAnswer StatusVerb(const VerbWords& words) {
         {"watchdog",
          {{"armed", watchdog.armed}, {"time left", watchdog.timeLeft}, {"longest gap", watchdog.longestGap}}},
         {"held calls", HeldCallCount()},
+        {"open", OpenNodes()},
         {"ports", PortStatus()},
     };
     return {.text = status.dump(4)};

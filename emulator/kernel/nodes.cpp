@@ -223,6 +223,12 @@ ino_t InodeOf(const OpenFile& file) {
     return status.st_ino;
 }
 
+std::map<std::string, unsigned> OpenNodes() {
+    std::map<std::string, unsigned> open;
+    for (const auto& [inode, tracked] : files) ++open[tracked->file.path];
+    return open;
+}
+
 static void TakeFileEvent(const inotify_event& event) {
     const auto found = watched.find(event.wd);
     if (found == watched.end()) return;  // a second close, or the end of the watch

@@ -7,6 +7,7 @@
 
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -41,6 +42,7 @@ void OpenNode(const TrappedCall& call, const Node& node, const std::string& path
 OpenFile* FileOf(pid_t thread, int descriptor);  // null: not emulated
 OpenFile* FileOfInode(ino_t inode);              // null: closed
 ino_t InodeOf(const OpenFile& file);
+std::map<std::string, unsigned> OpenNodes();     // how often each path is open, also of nodes that are gone
 
 // Tells models what programs have written and closed by now.
 void TakeFileEvents();
