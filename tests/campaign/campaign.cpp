@@ -101,7 +101,7 @@ static void RunSlice(const Options& options, const Slice& slice, const std::stri
     const Family& family = *slice.family;
     const std::string path = LogPath(options, slice);
     std::ofstream log(path);
-    Bench bench{.board = {}, .random = std::mt19937(slice.seed)};
+    Bench bench{.board = {}, .random = std::mt19937(slice.seed), .seed = slice.seed};
     Json kinds = Json::object();
     unsigned losses = 0;
     const auto start = Clock::now();

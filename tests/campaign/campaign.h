@@ -41,6 +41,7 @@ struct Memory {
 struct Bench {
     Board board;          // null for a family that needs none
     std::mt19937 random;  // Below and its kin draw from here, and nothing else may
+    unsigned seed = 0;    // of the slice; those of its neighbours are one more and one less
     unsigned lives = 1;   // of the daemon, up to now
     unsigned tries = 1;   // faults in this step; the frame sets it to 1
     char shows = '1';     // the source that fills the display at rest; 0: that family has no picture to judge
