@@ -147,9 +147,9 @@ static constexpr std::array kVerbs{
     Verb{"gpio", "gpio", GpioVerb},
     Verb{"i2c", "i2c", I2cVerb},
     Verb{"fault",
-         "fault tool NAME fail|killed|hang|silent|flood|slow|absent|off | disk full|readonly|off | i2c ADDRESS nak "
-         "[N]|hang|off | camera N query|read|write|stuck|off | sound PLACE busy|gone|xrun|off | expander reset|bounce "
-         "MS|off | udev NODE ACTION [TIMES] | element NAME error CODE|warning CODE|end|stall|off",
+         "fault tool NAME fail|killed|hang|spin|silent|flood|slow|absent|off | disk full|readonly|off | i2c ADDRESS "
+         "nak [N]|hang|off | camera N query|read|write|stuck|off | sound PLACE busy|gone|xrun|off | expander reset|"
+         "bounce MS|off | udev NODE ACTION [TIMES] | element NAME error CODE|warning CODE|end|stall|off",
          FaultVerb, kActs},
     Verb{"temperature", "temperature CELSIUS", TemperatureVerb, kActs},
     Verb{"kernel-log", "kernel-log TEXT", KernelLogVerb, kActs},

@@ -34,6 +34,8 @@ static constexpr std::array kToolFaults{
     ToolFault{"killed", "#!/bin/sh\nkill -9 $$\n"},
     // Until the fault ends: its script is gone then.
     ToolFault{"hang", "#!/bin/sh\nwhile [ -e \"$0\" ]; do /bin/sleep 1; done\nexit 1\n"},
+    // As long, and busy.
+    ToolFault{"spin", "#!/bin/sh\nwhile [ -e \"$0\" ]; do :; done\nexit 1\n"},
     ToolFault{"silent", "#!/bin/sh\nexit 0\n"},
     // 10 MB of numbered lines.
     ToolFault{"flood", "#!/bin/sh\nexec seq -f 'flood %06.0f of 200000, as long as fifty letters.' 200000\n"},

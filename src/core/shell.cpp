@@ -11,6 +11,10 @@
 
 static constexpr size_t kCommandLimit = 1000;
 
+// Seconds of processor time, for each program of a line. One line takes milliseconds; but a listing of sound cards
+// never ends, and complains all the while, when a card is pulled in the middle of it.
+static constexpr const char* kSpinLimit = "ulimit -t 10; ";
+
 int RunShell(const char* format, ...) {
     std::array<char, kCommandLimit + 1> command;
     va_list values;
@@ -34,7 +38,7 @@ static int ClosePipe(FILE* pipe, const char* closeFailed) {
 
 ToolAnswer ReadFirstLine(const char* command, const char* closeFailed, int limit) {
     ToolAnswer answer;
-    FILE* pipe = popen(command, "re");
+    FILE* pipe = popen((std::string(kSpinLimit) + command).c_str(), "re");
     if (pipe == nullptr) return answer;
     answer.started = true;
     std::vector<char> line(static_cast<size_t>(limit) + 1);

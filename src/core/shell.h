@@ -19,7 +19,7 @@ struct ToolAnswer {
 };
 
 // Runs a command line and reads the first line of its output, at most `limit` characters. A failing close is logged as
-// an error with `closeFailed`.
+// an error with `closeFailed`. A program that has spun for 10 s is killed.
 ToolAnswer ReadFirstLine(const char* command, const char* closeFailed = "pclose failed", int limit = 1000);
 
 // The same for every line, in order; `limit` is per line. `opened` is called before the first line, even when there is

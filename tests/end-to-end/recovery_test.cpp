@@ -19,3 +19,12 @@ TEST(Recovery, HostStreamingKeepsThePictureWithoutAMonitor) {
     Pause(4);
     EXPECT_THAT(Output(board).substr(from), Not(HasSubstr("Playing video pipeline")));
 }
+
+// A listing of sound cards whose card is pulled meanwhile: the sound waits for it, and comes.
+TEST(Recovery, ToolThatNeverStopsWorkingIsStopped) {
+    const Board board = StartUntil("Playing audio pipeline...\n", {"--camera1", "hd-mjpeg"});
+    ASSERT_EQ(Ctl(board, {"fault", "tool", "arecord", "spin"}).status, 0);
+    const size_t from = OutputSize(board);
+    ASSERT_TRUE(TypeAndWait(board, "<ENJPEGPARSE 0>\n", "Audio pipeline destroyed.\n")) << Output(board);
+    EXPECT_TRUE(WaitForOutput(board, "Playing audio pipeline...\n", 60, from)) << Output(board);
+}
