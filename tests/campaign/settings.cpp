@@ -315,6 +315,8 @@ static std::string ImpossibleTiming(Bench& bench) {
         return daemon["starts"] > bench.lives && daemon.value("exit", -1) == 1;
     };
     Expect(bench, WaitUntil(15, endsAgain), "status 1 at every start");
+    // A start saves what it has read.
+    WaitUntil(5, [&] { return Status(bench.board)["daemon"]["state"] == "waiting"; });
     Put(atFirst, BoardPath(bench));
     Expect(bench, ShowsFull(bench.board, '1', 30), "a start on the first file that is sound");
     bench.lives = Status(bench.board)["daemon"]["starts"];
