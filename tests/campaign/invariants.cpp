@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <limits>
 #include <optional>
 #include <sstream>
 
@@ -164,7 +165,6 @@ static Figures FiguresNow(const Json& daemon) {
     now.threads = daemon.value("threads", 0L);
     now.descriptors = daemon.value("descriptors", 0L);
     now.processes = daemon.value("processes", 0L);
-    now.kilobytes = FiguresOf(daemon["pid"]).ownKilobytes;
     return now;
 }
 
@@ -209,15 +209,31 @@ static void CheckFigures(Bench& bench) {
     bench.rest.processes = std::max(bench.rest.processes, now.processes);
 }
 
-// In every fifth step of a life. A single figure says little, frames under way are tenfold of what may be gained: when
-// the least of the newest three is above the most of the first three, something stays behind.
+// The least while the picture is built anew: what its frames hold, which is chance and tenfold of what may be gained,
+// is given back then.
+static long LookAtMemory(Bench& bench) {
+    const int process = Status(bench.board)["daemon"]["pid"];
+    const size_t from = OutputSize(bench.board);
+    long least = std::numeric_limits<long>::max();
+    Type(bench.board, "<ENJPEGPARSE 0>\n");
+    const bool anew = WaitUntil(10, [&] {
+        least = std::min(least, FiguresOf(process).ownKilobytes);
+        return Output(bench.board).find("Playing video pipeline...\n", from) != std::string::npos;
+    });
+    Expect(bench, anew, "the picture built anew");
+    WaitForRest(bench);
+    return least;
+}
+
+// In every fifth step of a life. A single figure says little: when the least of the newest three is above the most of
+// the first three, something stays behind.
 static void CheckMemory(Bench& bench) {
     static constexpr size_t kLooks = 3;
     if (bench.memory.life != bench.lives) bench.memory = {.life = bench.lives, .since = bench.step, .looks = {}};
     if ((bench.step - bench.memory.since) % 5 != kWarmUpSteps) return;
     WaitForRest(bench);
     std::vector<long>& looks = bench.memory.looks;
-    looks.push_back(FiguresNow(Status(bench.board)["daemon"]).kilobytes);
+    looks.push_back(LookAtMemory(bench));
     if (looks.size() < 2 * kLooks) return;
     const long gained =
         *std::min_element(looks.end() - kLooks, looks.end()) - *std::max_element(looks.begin(), looks.begin() + kLooks);

@@ -23,8 +23,10 @@ static void LoadLog(Bench& bench) {
 }
 
 static void AskOddAddresses(Bench& bench) {
-    for (const char* text : {"$IP_999_1_2_3$", "$NETMASK_0_255_0_255$"})
-        Expect(bench, Telnet(bench.board, text) == kAck, std::string("ACK to ") + text);
+    for (const char* text : {"$IP_999_1_2_3$", "$NETMASK_0_255_0_255$"}) {
+        const std::string answer = Telnet(bench.board, text);
+        Expect(bench, answer == kAck, "ACK to " + std::string(text) + ", not " + answer);
+    }
     const auto taken = [&] {  // behind the answer, once the tools have run
         const Json fields = Fields(bench);
         return fields["IpAddress"] == "231.1.2.3" && fields["Netmask"] == "0.255.0.255";
