@@ -8,14 +8,14 @@
 #include "campaign.h"
 #include "picture_probe.h"
 
-static constexpr std::array kElements{
-    // of video
-    "src1", "src2", "src3", "capsfilter1", "capsfilter3", "videocrop", "decode1", "decode2", "queue1", "queue2", "mix",
-    "valve", "video_sink", "overlay_sink",
-    // of sound
-    "usbAudioInput1", "analogAudioInput", "analogAudioOutput", "audioConvert1", "audioResample1", "audioCapsFilter1",
-    "volume1", "audiomixer", "tee", "analogInTee", "audioOutTee", "audioInputSink", "audioOutputSink",
-    "usb1AudioOutSink", "audioHdmiOutputSink"};
+static constexpr std::array kElements{// of video
+                                      "src1", "src2", "src3", "capsfilter1", "capsfilter3", "videocrop", "decode1",
+                                      "decode2", "queue1", "queue2", "mix", "valve", "video_sink", "overlay_sink",
+                                      // of sound
+                                      "usbAudioInput1", "analogAudioInput", "analogAudioOutput", "audioConvert1",
+                                      "audioResample1", "audioCapsFilter1", "volume1", "audiomixer", "tee",
+                                      "analogInTee", "audioOutTee", "audioInputSink", "audioOutputSink",
+                                      "usb1AudioOutSink", "audioHdmiOutputSink"};
 static constexpr std::span kSound = std::span(kElements).subspan(14);
 static constexpr size_t kMostCode = 16;
 static constexpr const char* kSource = "1920x1080p30";
