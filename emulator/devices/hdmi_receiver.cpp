@@ -14,7 +14,7 @@
 #include "system/board.h"
 
 static constexpr int kBus = 1, kPorts = 2;
-static constexpr int64_t kLockTime = 200'000;  // microseconds that the receiver needs to lock on a new signal
+static constexpr int64_t kLockTime = 500'000;  // microseconds that the receiver needs to lock on a new signal
 static constexpr unsigned kMostTmds = 300;     // MHz; beyond, it never locks
 
 enum Map { kMain, kHdmi, kCp, kDpll, kKsv, kEdid, kAudio, kMaps };
